@@ -1,0 +1,39 @@
+/// SQL texts and the numbers in them.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <boost/lexical_cast.hpp>
+#include <optional>
+#include <string>
+
+#include "base/text.h"
+
+namespace NIMBO::QUAYPOST_SERVER {
+
+/// A statement from a template, values through %q inside single quotes. A text that does not fit into 2,048 bytes is
+/// cut, inside a quoted value or before the closing bracket, so SQLite refuses the statement: nothing is ever stored
+/// altered.
+template <class... Args>
+std::string Sql(CheckedText<std::type_identity_t<Args>...> statement, const Args&... args) {
+  char text[2048];
+  sqlite3_snprintf(sizeof text, text, statement.text, text_detail::Argument(args)...);
+  return text;
+}
+
+/// A number as the tables' text form has it, in decimal.
+template <std::integral T>
+std::string Decimal(T value) {
+  return std::to_string(value);
+}
+
+/// The number that `text` is, or nothing. As lexical_cast reads it: no blanks, a leading sign also for unsigned
+/// ("-1" is 4294967295).
+template <std::integral T>
+std::optional<T> ParseInt(const std::string& text) {
+  T value;
+  if (!boost::conversion::try_lexical_convert(text, value)) return std::nullopt;
+  return value;
+}
+
+}  // namespace NIMBO::QUAYPOST_SERVER

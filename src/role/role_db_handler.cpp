@@ -1,0 +1,206 @@
+// Opening a database file safely, keeping the connection to it current, and running batches of statements on it.
+#include "role/role_db_handler.h"
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <set>
+#include <thread>
+
+#include "base/log.h"
+#include "role/role_db_scope.h"
+#include "role/role_query.h"
+
+namespace NIMBO::QUAYPOST_SERVER {
+
+namespace {
+
+// The files that this process has had open. One of them that is missing has vanished and is not made anew.
+std::set<std::string>& KnownPaths() {
+  static auto& paths = *new std::set<std::string>;
+  return paths;
+}
+
+// Makes an empty database file. The descriptor is closed at once: nobody can hold a lock on a file that is new.
+bool CreateDatabaseFile(const std::string& path) {
+  constexpr mode_t kOwnerWritesGroupReads = 0640;
+  const int fd = open(path.c_str(), O_CREAT | O_EXCL | O_WRONLY | O_NOFOLLOW | O_CLOEXEC, kOwnerWritesGroupReads);
+  if (fd < 0) {
+    if (errno == EEXIST) return true;  // another process was faster
+    return Fail("cannot create database file %s: %s", path, std::strerror(errno));
+  }
+  const bool done = fchmod(fd, kOwnerWritesGroupReads) == 0;
+  close(fd);
+  return done || Fail("cannot set the mode of database file %s: %s", path, std::strerror(errno));
+}
+
+bool IsAcceptable(const std::string& path, const struct stat& file) {
+  if (!S_ISREG(file.st_mode)) return Fail("database file %s is not a regular file", path);
+  if (file.st_mode & S_IWOTH) return Fail("database file %s can be written by everybody", path);
+  return true;
+}
+
+// The same file with every symbolic link in its directory resolved; "" on failure. An absolute name is also none that
+// SQLite would read as a URI.
+std::string ResolveDirectory(const std::string& path) {
+  const std::filesystem::path file(path);
+  const std::unique_ptr<char, decltype(&std::free)> directory(realpath(file.parent_path().c_str(), nullptr),
+                                                              &std::free);
+  return directory ? std::filesystem::path(directory.get()) / file.filename() : "";
+}
+
+// Held while a process gives a new file its schema.
+class FileLock {
+ public:
+  FileLock(const std::string& path, int timeoutMilliseconds)
+      : fd_(open(path.c_str(), O_CREAT | O_RDONLY | O_NOFOLLOW | O_CLOEXEC, 0640)) {
+    using std::chrono::milliseconds, std::chrono::steady_clock;
+    const auto deadline = steady_clock::now() + milliseconds(timeoutMilliseconds);
+    while (fd_ >= 0 && !(held_ = flock(fd_, LOCK_EX | LOCK_NB) == 0) && steady_clock::now() < deadline) {
+      std::this_thread::sleep_for(milliseconds(5));
+    }
+    if (!held_) LogError("cannot lock %s: %s", path, std::strerror(errno));
+  }
+  ~FileLock() {
+    if (fd_ >= 0) close(fd_);
+  }
+  FileLock(const FileLock&) = delete;
+  FileLock& operator=(const FileLock&) = delete;
+  bool Held() const { return held_; }
+
+ private:
+  int fd_;
+  bool held_ = false;
+};
+
+}  // namespace
+
+std::map<std::string, RoleDBHandler*>& RoleDBHandler::_singleRoleDBHandler = *new std::map<std::string, RoleDBHandler*>;
+
+RoleDBHandler::RoleDBHandler(const std::string& path) : path_(path) {}
+
+RoleDBHandler::~RoleDBHandler() { Close(); }
+
+int RoleDBHandler::Connect() {
+  std::error_code error;
+  if (!path_.empty()) path_ = std::filesystem::absolute(path_, error);
+  if (path_.empty() || error) return FailLookup("database file has no usable path");
+  Close();
+  if (Open() && BringUpToDate()) return 0;
+  Close();
+  return -1;
+}
+
+bool RoleDBHandler::Open() {
+  struct stat file {};
+  if (lstat(path_.c_str(), &file) != 0) {
+    if (errno != ENOENT) return Fail("cannot find database file %s: %s", path_, std::strerror(errno));
+    if (KnownPaths().contains(path_)) return Fail("database file %s has vanished", path_);
+    if (!CreateDatabaseFile(path_)) return false;
+    if (lstat(path_.c_str(), &file) != 0) {
+      return Fail("cannot find database file %s: %s", path_, std::strerror(errno));
+    }
+  }
+  if (!IsAcceptable(path_, file)) return false;
+
+  pid_ = getpid();
+  lastResult_ =
+      sqlite3_open_v2(ResolveDirectory(path_).c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
+  if (lastResult_ != SQLITE_OK) return Fail("cannot open database file %s: [%d]", path_, lastResult_);
+  sqlite3_busy_timeout(db_, busyTimeout_);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_FKEY, 0, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
+  sqlite3_db_config(db_, SQLITE_DBCONFIG_TRUSTED_SCHEMA, 0, nullptr);
+
+  int moved = 1;
+  sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &moved);
+  if (moved != 0) return Fail("database file %s was replaced while it was opened", path_);
+  device_ = file.st_dev;
+  inode_ = file.st_ino;
+  KnownPaths().insert(path_);
+  // Pages must not be written before COMMIT: that would take the exclusive lock and shut readers out until then.
+  return Exec("pragma cache_spill = off") == SQLITE_OK;
+}
+
+bool RoleDBHandler::ReadVersion(int& version) {
+  Query row(*this, "pragma user_version");
+  if (!row.Next()) return false;
+  const auto value = row.Int<int>(0);
+  if (!value) return Fail("user_version of database file %s is no number", path_);
+  version = *value;
+  return true;
+}
+
+bool RoleDBHandler::BringUpToDate() {
+  int version = -1;
+  if (!ReadVersion(version)) return false;
+  if (version != 0) return _UpgradeDB(version) == 0;
+  // A new file. Of several processes that open it first, one makes the schema, and the others then find it made.
+  const FileLock lock(path_ + ".lock", busyTimeout_);
+  return lock.Held() && ReadVersion(version) && _UpgradeDB(version) == 0;
+}
+
+bool RoleDBHandler::IsSameFile() const {
+  struct stat file {};
+  return lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_;
+}
+
+bool RoleDBHandler::EnsureCurrent() {
+  if (db_ && pid_ != getpid()) {
+    if (sqlite3_txn_state(db_, nullptr) != SQLITE_TXN_NONE) {
+      return Fail("process %i was forked inside a transaction: it has no database until it calls exec", getpid());
+    }
+  } else if (db_ && IsSameFile()) {
+    return true;
+  }
+  return Connect() == 0;
+}
+
+// A connection made before a fork belongs to the parent: closing it here could undo the parent's work.
+void RoleDBHandler::Close() {
+  if (db_ && pid_ == getpid()) sqlite3_close_v2(db_);
+  db_ = nullptr;
+}
+
+void RoleDBHandler::SetBusyTimeout(int milliseconds) {
+  busyTimeout_ = milliseconds;
+  if (db_) lastResult_ = sqlite3_busy_timeout(db_, milliseconds);
+}
+
+int RoleDBHandler::Exec(const char* statement) {
+  lastResult_ = sqlite3_exec(db_, statement, nullptr, nullptr, nullptr);
+  if (lastResult_ != SQLITE_OK) {
+    LogError("sqlite3_exec: [%d] %s", lastResult_, sqlite3_errmsg(db_));
+    RoleDBScope::NoteWriteResult(lastResult_);
+  }
+  return lastResult_;
+}
+
+int RoleDBHandler::ExeCmds(const RoleSQLCmd& cmds, bool transaction) {
+  const auto runAll = [&] {
+    for (const std::string& statement : cmds.Statements()) {
+      if (Exec(statement.c_str()) != SQLITE_OK) return false;
+    }
+    return true;
+  };
+  if (!transaction) return runAll() ? 0 : -1;
+  RoleDBScope scope(this, RoleDBScope::kWrite);
+  return scope.Usable() && runAll() && scope.Commit() ? 0 : -1;
+}
+
+void RoleDBHandler::CloseRoleDBHandler(const std::string& key) {
+  const auto found = _singleRoleDBHandler.find(key);
+  if (found == _singleRoleDBHandler.end()) return;
+  delete found->second;
+  _singleRoleDBHandler.erase(found);
+}
+
+}  // namespace NIMBO::QUAYPOST_SERVER

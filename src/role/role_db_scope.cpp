@@ -1,0 +1,109 @@
+// Transactions and savepoints behind exported calls and batches.
+#include "role/role_db_scope.h"
+
+#include <unistd.h>
+
+namespace NIMBO::QUAYPOST_SERVER {
+
+namespace {
+
+// Results that say something about the statement or its data, not about the disk, the memory or other processes.
+bool IsAboutInput(int code) {
+  switch (code & 0xff) {
+    case SQLITE_OK:
+    case SQLITE_ROW:
+    case SQLITE_DONE:
+    case SQLITE_CONSTRAINT:
+    case SQLITE_MISMATCH:
+    case SQLITE_TOOBIG:
+      return true;
+    default:
+      return false;
+  }
+}
+
+}  // namespace
+
+RoleDBScope* RoleDBScope::innermost_ = nullptr;
+
+RoleDBScope::RoleDBScope(RoleDBHandler* handle, Kind kind) : outer_(innermost_), handle_(handle), pid_(getpid()) {
+  state_ = Begin(kind);
+  if (state_ != State::kInactive) innermost_ = this;
+}
+
+RoleDBScope::~RoleDBScope() { Rollback(); }
+
+RoleDBScope::State RoleDBScope::Begin(Kind kind) const {
+  const RoleDBScope* enclosing = outer_;
+  while (enclosing && enclosing->handle_ != handle_) enclosing = enclosing->outer_;
+  if (!enclosing) {
+    if (kind == kStep) return State::kInactive;
+    if (!handle_ || !handle_->db_) return State::kRefused;
+    const char* begin = kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN";
+    return handle_->Exec(begin) == SQLITE_OK ? State::kTransaction : State::kRefused;
+  }
+  if (!enclosing->Usable()) return State::kRefused;
+  if (kind == kRead) return State::kJoined;
+  return handle_->Exec("SAVEPOINT scope") == SQLITE_OK ? State::kSavepoint : State::kRefused;
+}
+
+// SQLite ends a transaction by itself after some errors; a child of fork() has no part in its parent's.
+bool RoleDBScope::InTransaction() const {
+  return pid_ == getpid() && handle_->db_ && sqlite3_get_autocommit(handle_->db_) == 0;
+}
+
+bool RoleDBScope::Usable() const {
+  if (state_ == State::kInactive) return true;
+  return state_ != State::kRefused && state_ != State::kEnded && InTransaction();
+}
+
+bool RoleDBScope::Commit() {
+  bool kept = Usable() && !environmentFailed_;
+  if (kept && state_ == State::kSavepoint) kept = handle_->Exec("RELEASE scope") == SQLITE_OK;
+  if (kept && state_ == State::kTransaction) kept = handle_->Exec("COMMIT") == SQLITE_OK;
+  if (!kept) {
+    Rollback();
+    return false;
+  }
+  End();
+  return true;
+}
+
+void RoleDBScope::Rollback() {
+  if (Usable()) {
+    bool undone = true;
+    if (state_ == State::kSavepoint) {
+      undone = handle_->Exec("ROLLBACK TO scope") == SQLITE_OK && handle_->Exec("RELEASE scope") == SQLITE_OK;
+    }
+    if (state_ == State::kTransaction) undone = handle_->Exec("ROLLBACK") == SQLITE_OK;
+    if (!undone) environmentFailed_ = true;
+  }
+  End();
+}
+
+void RoleDBScope::End() {
+  if (state_ == State::kEnded || state_ == State::kInactive) return;
+  if (environmentFailed_ && outer_) outer_->environmentFailed_ = true;
+  innermost_ = outer_;
+  state_ = State::kEnded;
+}
+
+bool RoleDBScope::Pinned(RoleDBHandler*& handle) {
+  if (!innermost_) return false;
+  handle = innermost_->state_ != State::kRefused && innermost_->pid_ == getpid() ? innermost_->handle_ : nullptr;
+  return true;
+}
+
+void RoleDBScope::NoteEnvironmentFailure() {
+  if (innermost_) innermost_->environmentFailed_ = true;
+}
+
+void RoleDBScope::NoteReadResult(int code) {
+  if (!IsAboutInput(code)) NoteEnvironmentFailure();
+}
+
+void RoleDBScope::NoteWriteResult(int code) {
+  if (!IsAboutInput(code) && (code & 0xff) != SQLITE_ERROR) NoteEnvironmentFailure();
+}
+
+}  // namespace NIMBO::QUAYPOST_SERVER

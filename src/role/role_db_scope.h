@@ -1,0 +1,84 @@
+/// The unit of database work that an exported call is: one transaction on one handle, nestable.
+///
+///   RoleDBScope scope(handle, RoleDBScope::kWrite);   // BEGIN IMMEDIATE
+///   ... handlers and records work as ever; each batch becomes a savepoint ...
+///   return scope.Commit();                            // else the destructor rolls back
+///
+/// While a scope exists its handle is pinned: RoleDBScope::Pinned() gives it to everybody who asks for the current
+/// database. A scope that could not begin (no handle, a database locked for longer than the busy timeout) pins "no
+/// database", so that all work in it fails as it does when the file cannot be opened.
+///
+/// Two kinds of failure are kept apart. Bad input fails one operation, and its caller decides. A failure of the
+/// environment (I/O, memory, corruption, a host lookup without an answer) is noted with NoteEnvironmentFailure() and
+/// lets no enclosing scope commit.
+///
+/// Not for several threads, as the whole library.
+#pragma once
+
+#include "role/role_db_handler.h"
+
+namespace NIMBO::QUAYPOST_SERVER {
+
+class MAILSERVER_EXPORT RoleDBScope {
+ public:
+  enum Kind {
+    kRead,   ///< one snapshot for all reads; inside another scope: part of it
+    kWrite,  ///< BEGIN IMMEDIATE; inside another scope: a savepoint
+    kStep,   ///< inside a scope a savepoint; otherwise nothing at all
+  };
+
+  /// Begins. `handle` may be null: a scope in which there is no database.
+  RoleDBScope(RoleDBHandler* handle, Kind kind);
+  /// Rolls back what was not committed.
+  ~RoleDBScope();
+  RoleDBScope(const RoleDBScope&) = delete;
+  RoleDBScope& operator=(const RoleDBScope&) = delete;
+
+  /// Whether it began and work in it can reach the database.
+  bool Usable() const;
+
+  /// Keeps the work of this scope; for the outermost one on its handle that is the COMMIT. False when it was rolled
+  /// back instead: the scope was not usable, a failure of the environment was noted, or the COMMIT failed.
+  bool Commit();
+
+  /// Undoes the work of this scope.
+  void Rollback();
+
+  /// Whether a failure of the environment was noted since the scope began.
+  bool EnvironmentFailed() const { return environmentFailed_; }
+
+  /// Whether a scope exists in this process; `handle` becomes its handle, or null when there is no database in it.
+  static bool Pinned(RoleDBHandler*& handle);
+
+  /// Notes a failure of the environment in the innermost scope; without one nothing happens.
+  static void NoteEnvironmentFailure();
+
+  /// Notes it if the SQLite result `code` of a read is one.
+  static void NoteReadResult(int code);
+  /// The same for a write. There SQLITE_ERROR is a statement with a text too long for it, which is bad input.
+  static void NoteWriteResult(int code);
+
+ private:
+  enum class State {
+    kRefused,      // no database, or BEGIN failed
+    kJoined,       // part of an enclosing scope
+    kSavepoint,    // undone on its own inside an enclosing scope
+    kTransaction,  // the outermost one on its handle
+    kInactive,     // a kStep outside any scope
+    kEnded,
+  };
+
+  State Begin(Kind kind) const;
+  bool InTransaction() const;
+  void End();
+
+  static RoleDBScope* innermost_;
+
+  RoleDBScope* const outer_;
+  RoleDBHandler* const handle_;
+  const pid_t pid_;
+  State state_ = State::kRefused;
+  bool environmentFailed_ = false;
+};
+
+}  // namespace NIMBO::QUAYPOST_SERVER
