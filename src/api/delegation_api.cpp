@@ -96,10 +96,10 @@ bool AssigneeNameAndType(const Json::Value& item, std::string& name, std::string
          ReadString(item["type"], type);
 }
 
-// Asks the host about the assignees of a change before the database is locked for it.
-void PrefetchAssignees(const Json::Value& change) {
-  if (!HasMember(change, "user_group") || !change["user_group"].isArray()) return;
-  for (const Json::Value& item : change["user_group"]) {
+// Asks the host about assignees before the database is locked to store them.
+void PrefetchAssignees(const Json::Value& assignees) {
+  if (!assignees.isArray()) return;
+  for (const Json::Value& item : assignees) {
     std::string name;
     std::string type;
     if (!AssigneeNameAndType(item, name, type)) continue;
@@ -110,6 +110,10 @@ void PrefetchAssignees(const Json::Value& change) {
       RoleUtilPrefetchGroup(group.getGid());  // a known group keeps its stored members
     }
   }
+}
+
+void PrefetchAssigneesOf(const Json::Value& change) {
+  if (HasMember(change, "user_group")) PrefetchAssignees(change["user_group"]);
 }
 
 // ---- Assignees ----
@@ -441,7 +445,7 @@ bool DelegationDefaultDelegationEntryGet(std::string type, std::string& data) {
 bool DelegationDelegationCreate(Json::Value& in, int& id) {
   return Guarded(false, [&] {
     const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
-    PrefetchAssignees(in);
+    PrefetchAssigneesOf(in);
     const bool assigns = HasMember(in, "user_group");
     int created = id;
     const Outcome outcome =
@@ -455,7 +459,7 @@ bool DelegationDelegationCreate(Json::Value& in, int& id) {
 bool DelegationDelegationUpdateImpFromSingle(Json::Value& in, std::vector<std::shared_ptr<RoleUser>>& users) {
   return Guarded(false, [&] {
     const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
-    PrefetchAssignees(in);
+    PrefetchAssigneesOf(in);
     return InWriteScope(Sweep::kYes, [&] { return UpdateDelegation(in, users); }) == Outcome::kDone;
   });
 }
@@ -469,7 +473,7 @@ bool DelegationDelegationUpdate(Json::Value& in) {
     }
     if (!changes.isArray()) return Fail("I'm error");
     const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
-    for (const Json::Value& change : changes) PrefetchAssignees(change);
+    for (const Json::Value& change : changes) PrefetchAssigneesOf(change);
     if (InWriteScope(Sweep::kYes, [&] { return UpdateDelegations(changes); }) != Outcome::kDone) return false;
     return Announce() || Fail("Trigger fail!!!");
   });
@@ -500,12 +504,16 @@ bool DelegationDelegationEntryFromDelegationJson(const Json::Value& in,
 
 bool DelegationUserAssignDelegationV2(DelegationCustomDelegation& delegation, const Json::Value& users) {
   return Guarded(false, [&] {
+    const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
+    PrefetchAssignees(users);
     return InWriteScope(Sweep::kNo, [&] { return AssignUsers(delegation, users); }) == Outcome::kDone;
   });
 }
 
 bool DelegationGroupAssignDelegationV2(DelegationCustomDelegation& delegation, const Json::Value& groups) {
   return Guarded(false, [&] {
+    const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
+    PrefetchAssignees(groups);
     return InWriteScope(Sweep::kNo, [&] { return AssignGroups(delegation, groups); }) == Outcome::kDone;
   });
 }

@@ -32,7 +32,10 @@ std::shared_ptr<PolicyGroupDBHandler> DelegationGroup::GetGroupDBHandler() {
 bool DelegationGroup::FindNBOSUserTo(std::vector<std::shared_ptr<RoleUser>>& users) {
   constexpr int kInitialNames = 1024;
   HostNames names(NBLIBCSzListAlloc(kInitialNames));
-  if (!names) return Fail("Out of memory");
+  if (!names) {
+    RoleDBScope::NoteEnvironmentFailure();
+    return Fail("Out of memory");
+  }
   HostGroup group;
   if (FindHostGroup(getGid(), group) != HostAnswer::kFound) return Fail("cannot get NIMBOGroupGetLocalByGID");
   if (ListHostMembers(group->szName, names) != HostAnswer::kFound) {

@@ -38,9 +38,12 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) const {
   while (enclosing && enclosing->handle_ != handle_) enclosing = enclosing->outer_;
   if (!enclosing) {
     if (kind == kStep) return State::kInactive;
-    if (!handle_ || !handle_->db_) return State::kRefused;
+    if (!handle_ || !handle_->db_ || handle_->pid_ != pid_) return State::kRefused;
     const char* begin = kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN";
-    return handle_->Exec(begin) == SQLITE_OK ? State::kTransaction : State::kRefused;
+    const bool idle = sqlite3_get_autocommit(handle_->db_) != 0;
+    if (handle_->Exec(begin) == SQLITE_OK) return State::kTransaction;
+    if (idle && InTransaction()) handle_->Exec("ROLLBACK");  // interrupted when it had already begun
+    return State::kRefused;
   }
   if (!enclosing->Usable()) return State::kRefused;
   if (kind == kRead) return State::kJoined;

@@ -1,0 +1,91 @@
+#!/usr/bin/env python3
+"""The rules of the house that a compiler does not check: who may include whom, and what may stand only in one place.
+
+usage: floors_test.py SOURCE_DIRECTORY
+"""
+import pathlib
+import re
+import sys
+
+ROOT = pathlib.Path(sys.argv[1])
+SRC = ROOT / "src"
+
+# Floors, ground to roof. A floor includes lower ones and itself.
+FLOOR = {"platform": 0, "base": 1, "role": 2, "storage": 3, "tables": 4, "handlers": 4, "model": 4, "calculator": 5,
+         "api": 6}
+# What handlers make and what records call is one circle; it stays out of their headers.
+CIRCLE = {"tables", "handlers", "model"}
+# Everything that is installed; nothing else may be included by it or by the tools.
+PRIVATE = {"role/belongs.h", "role/host_accounts.h", "role/qualify.h", "role/role_query.h",
+           "handlers/table_handler.h", "tables/tab2webapi_table.h"}
+
+faults = []
+
+
+def fault(path, line, text):
+    faults.append(f"{path.relative_to(ROOT)}:{line}: {text}")
+
+
+def is_private(include):
+    return include in PRIVATE or include.startswith("platform/linux/") or (
+        include.startswith("base/") and include != "base/export.h")
+
+
+def includes(path):
+    for number, line in enumerate(path.read_text().splitlines(), 1):
+        match = re.match(r'#include "([^"]+)"', line)
+        if match:
+            yield number, match[1]
+
+
+def check_source(path):
+    folder = path.relative_to(SRC).parts[0]
+    name = str(path.relative_to(SRC))
+    public = path.suffix == ".h" and not is_private(name)
+    for number, include in includes(path):
+        target = include.split("/")[0]
+        if target not in FLOOR:
+            fault(path, number, f"{include} is on no floor")
+            continue
+        own_circle = folder in CIRCLE and target in CIRCLE
+        # base/log.h stands on the platform's declarations, and the platform's own sources log through it
+        below = FLOOR[target] <= FLOOR[folder] or (folder == "platform" and target == "base")
+        if not below:
+            fault(path, number, f"{folder}/ includes {include}, which is above it")
+        if own_circle and target != folder and public:
+            fault(path, number, f"a public header of {folder}/ includes {include}")
+        if public and is_private(include):
+            fault(path, number, f"a public header includes {include}, which is not installed")
+        if include.startswith("platform/linux/") and folder != "platform":
+            fault(path, number, "the platform is reached only through platform/*.h")
+
+
+def check_tool(path):
+    for number, include in includes(path):
+        if "/" in include and is_private(include):
+            fault(path, number, f"a tool includes {include}, which is not installed")
+
+
+def check_only_in(pattern, allowed, why):
+    for path in sorted(SRC.rglob("*.[hc]*")):
+        name = str(path.relative_to(SRC))
+        if name in allowed or name.startswith("platform/"):
+            continue
+        for number, line in enumerate(path.read_text().splitlines(), 1):
+            if re.search(pattern, line.split("//")[0]):
+                fault(path, number, why)
+
+
+sources = sorted(SRC.rglob("*.h")) + sorted(SRC.rglob("*.cpp"))
+for source in sources:
+    check_source(source)
+for tool in sorted((ROOT / "tools").rglob("*.[hc]*")):
+    check_tool(tool)
+check_only_in(r"\bsqlite3_stmt\b|\bsqlite3_step\(", {"role/role_query.h"}, "statements are prepared only in role_query.h")
+check_only_in(r"(?<![\w.>:])(open|fopen|creat|openat)\(|[io]?fstream\b", {"role/role_db_handler.cpp"},
+              "closing a file that SQLite has open drops its locks: files are opened only in role_db_handler.cpp")
+check_only_in(r"\bsqlite3_open", {"role/role_db_handler.cpp"}, "databases are opened only in role_db_handler.cpp")
+
+print(*faults, sep="\n")
+print(f"{len(sources)} files, {len(faults)} faults")
+sys.exit(1 if faults or len(sources) < 40 else 0)

@@ -1,0 +1,170 @@
+// The account functions over both sources: a passwd and a group file, and the host's name service (libnss-wrapper
+// gives it its contents).
+#include "platform/platform_test.h"
+
+namespace {
+
+enum Source { kFiles, kNameService };
+
+class AccountsTest : public ::testing::TestWithParam<Source> {
+ protected:
+  AccountsTest() {
+    WriteAccounts(
+        "root:x:0:0:::\nalice:x:1001:100:::\nbob:x:1002:100:::\nEXAMPLE\\carol:x:70001:500:::\n"
+        "alice:x:2001:300:::\ndave@example:x:70002:500:::\na/b:x:1003:600:::\nnobody:x:65534:65534:::\n",
+        "users:x:100:\nops:x:200:bob,ghost,alice,bob\nadministrators:x:300:bob\nusers:x:201:root\n");
+    Configure("");
+  }
+  ~AccountsTest() override {
+    NIMBOUseAccountFiles(nullptr, nullptr);
+    NIMBO::QUAYPOST_SERVER::MailserverSetConfigFile("");
+  }
+
+  void Configure(const std::string& settings) {
+    NIMBO::QUAYPOST_SERVER::MailserverSetConfigFile(Directory().WriteAged("conf", "[accounts]\n" + settings));
+  }
+
+  static void WriteAccounts(const std::string& passwd, const std::string& group) {
+    const std::string passwd_path = Directory().WriteAged("passwd", passwd);
+    const std::string group_path = Directory().WriteAged("group", group);
+    if (GetParam() == kFiles) NIMBOUseAccountFiles(passwd_path.c_str(), group_path.c_str());
+    setenv("NSS_WRAPPER_PASSWD", passwd_path.c_str(), 1);
+    setenv("NSS_WRAPPER_GROUP", group_path.c_str(), 1);
+  }
+
+  LogCapture log_;
+
+ private:
+  /// One for the process: libnss-wrapper never looks for other paths than the first.
+  static const TempDirectory& Directory() {
+    static const TempDirectory directory;
+    return directory;
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, AccountsTest, ::testing::Values(kFiles, kNameService),
+                         [](const auto& source) { return source.param == kFiles ? "Files" : "NameService"; });
+
+TEST_P(AccountsTest, AreFoundByNameAndIdOrDefinitelyNot) {
+  EXPECT_EQ(User("alice"), "alice 1001");
+  EXPECT_EQ(User(1002U), "bob 1002");
+  EXPECT_EQ(User("a\nb"), kNotFound);
+  EXPECT_EQ(User(7U), kNotFound);
+  NIMBOGROUP* group = nullptr;
+  EXPECT_EQ(NIMBOGroupGet("ghosts", &group), NIMBO_NOT_FOUND);
+  ASSERT_EQ(NIMBOGroupGetByGID(200, &group), NIMBO_OK);
+  EXPECT_STREQ(group->szName, "ops");
+  NIMBOGroupFree(group);
+  char name[6];
+  EXPECT_EQ(NBLIBUserRealNameGet("alice", name, 6), NIMBO_OK);
+  EXPECT_STREQ(name, "alice");
+  EXPECT_EQ(NBLIBUserRealNameGet("alice", name, 5), NIMBO_LOOKUP_FAILED);
+}
+
+TEST_P(AccountsTest, TheIdThatNobodyHasNeverResolvesAndNisMarksAreNoAccounts) {
+  WriteAccounts("max:x:4294967295:100:::\nbob:x:1002:100:::\n", "users:x:100:max\nmax:x:4294967295:bob\n");
+  NIMBOGROUP* group = nullptr;
+  EXPECT_EQ(User("max"), kNotFound);
+  EXPECT_EQ(User(4294967295U), kNotFound);
+  EXPECT_EQ(NIMBOGroupGet("max", &group), NIMBO_NOT_FOUND);
+  EXPECT_EQ(NIMBOGroupGetByGID(4294967295U, &group), NIMBO_NOT_FOUND);
+  EXPECT_EQ(Members("users"), Names{"bob"});
+  if (GetParam() == kNameService) return;  // libnss-wrapper refuses such lines
+  WriteAccounts("+nis::::::\n-bob::::::\n::0:100:::\nbob:x:1002:100:::\n", "");
+  EXPECT_EQ(Enumerated(), Names{"bob"});
+  EXPECT_EQ(User("+nis"), kNotFound);
+}
+
+TEST_P(AccountsTest, GroupMembersAreTheListedAndThePrimaryOnesEachOnceWithoutGhosts) {
+  const NIMBOAccountScope scope(NIMBOAccountScope::kEnumerate);
+  EXPECT_EQ(Members("ops"), (Names{"bob", "alice"}));
+  EXPECT_EQ(Members("ops"), (Names{"bob", "alice"}));
+  EXPECT_EQ(Members("users"), (Names{"alice", "bob"}));
+  EXPECT_EQ(Members("ghosts"), Names{kNotFound});
+  EXPECT_EQ(log_.Texts(), Names{"group ops lists ghost, which is no account: left out"});  // once per scope
+}
+
+TEST_P(AccountsTest, AGroupOfThousandsIsReadWhole) {
+  // 1.7 MB and 85 kB. libnss-wrapper reports a short buffer in a way of its own, so it gets the small one.
+  const std::size_t count = GetParam() == kFiles ? 100'000 : 5'000;
+  std::string passwd, members;
+  for (std::size_t i = 0; i < count; ++i) {
+    const std::string name = "somebody-" + std::to_string(100'000 + i);
+    passwd += name + ":x:" + std::to_string(2000 + i) + ":9:::\n";
+    members += "," + name;
+  }
+  WriteAccounts(passwd, "all:x:200:" + members.substr(1) + "\n");
+  const NIMBOAccountScope scope(NIMBOAccountScope::kEnumerate);
+  EXPECT_EQ(Members("all").size(), count);
+}
+
+TEST_P(AccountsTest, AreEnumeratedOnceEachFromAnOffsetUpToALimitAndOfOneDomain) {
+  EXPECT_EQ(Enumerated(), (Names{"root", "alice", "bob", "EXAMPLE\\carol", "dave@example", "a/b", "nobody"}));
+  EXPECT_EQ(Enumerated(nullptr, 1, 2), (Names{"alice", "bob"}));
+  EXPECT_EQ(Enumerated("Example"), (Names{"EXAMPLE\\carol", "dave@example"}));
+  EXPECT_EQ(Enumerated("XAMPLE"), Names{});
+  for (int answer : {-1, -7, 7}) {
+    auto callback = [](const NIMBOUSER*, void* context) { return *static_cast<int*>(context); };
+    EXPECT_EQ(NBLIBUserInfoEnum(NIMBO_ACCOUNT_LOCAL, nullptr, 0, -1, callback, &answer),
+              answer < 0 ? answer : NIMBO_LOOKUP_FAILED);
+  }
+  auto throws = [](const NIMBOUSER*, void*) -> int { throw 1; };
+  EXPECT_EQ(NBLIBUserInfoEnum(NIMBO_ACCOUNT_LOCAL, nullptr, 0, -1, throws, nullptr), NIMBO_LOOKUP_FAILED);
+}
+
+TEST_P(AccountsTest, SystemConfiguredMisleadingAndUnknownNamesAreUnsupported) {
+  Configure("domain=EXAMPLE\nunsupported=Bob, carol\n");
+  for (const char* name : {"alice", "dave@example"}) EXPECT_FALSE(checkUnsupportedUser(name)) << name;
+  for (const char* name : {"root", "nobody", "bob", "EXAMPLE\\carol", "a/b", "ghost", "", "+al", "-al", "al\tice"}) {
+    EXPECT_TRUE(checkUnsupportedUser(name)) << name;
+  }
+  Configure("nonsense");
+  EXPECT_TRUE(checkUnsupportedUser("alice"));
+}
+
+TEST_P(AccountsTest, AdministratorsAreTheirGroupsListedAndPrimaryMembers) {
+  for (const std::string type : {"type=local\n", "type=domain\n", "type=ldap\n"}) {
+    Configure(type);
+    EXPECT_EQ(NBLIBGroupIsAdminGroupMem("bob", 0), 1) << type;
+    EXPECT_EQ(NBLIBGroupIsAdminGroupMem("alice", 0), 0) << type;
+    EXPECT_EQ(NBLIBGroupIsAdminGroupMem("ghost", 0), NIMBO_NOT_FOUND) << type;
+    Configure(type + "admin_group=users\n");
+    EXPECT_EQ(NBLIBGroupIsAdminGroupMem("alice", 0), 1) << type;
+    Configure(type + "admin_group=none\n");
+    EXPECT_EQ(NBLIBGroupIsAdminGroupMem("bob", 0), 0) << type;
+  }
+  Configure("nonsense");
+  EXPECT_EQ(NBLIBGroupIsAdminGroupMem("bob", 0), NIMBO_LOOKUP_FAILED);
+}
+
+TEST_P(AccountsTest, AScopeRemembersEveryAnswerUntilTheOutermostOneEnds) {
+  {
+    const NIMBOAccountScope scope(NIMBOAccountScope::kRemember);
+    EXPECT_EQ(User("alice"), "alice 1001");
+    EXPECT_EQ(User("erin"), kNotFound);
+    { const NIMBOAccountScope inner(NIMBOAccountScope::kEnumerate); }
+    WriteAccounts("erin:x:1005:100:::\n", "users:x:100:\n");
+    EXPECT_EQ(User("alice"), "alice 1001");
+    EXPECT_EQ(User("erin"), kNotFound);
+  }
+  EXPECT_EQ(User("alice"), kNotFound);
+  EXPECT_EQ(User("erin"), "erin 1005");
+}
+
+TEST(AccountFiles, AnUnreadableFileIsRefusedAndOneThatVanishesIsAnOutage) {
+  LogCapture log;
+  const TempDirectory directory;
+  const std::string passwd = directory.Write("passwd", "alice:x:1001:100:::\n");
+  const std::string group = directory.Write("group", "users:x:100:\n");
+  EXPECT_EQ(NIMBOUseAccountFiles(directory.Path("none").c_str(), group.c_str()), NIMBO_LOOKUP_FAILED);
+  EXPECT_EQ(NIMBOUseAccountFiles(directory.Path("").c_str(), group.c_str()), NIMBO_LOOKUP_FAILED);
+  ASSERT_EQ(NIMBOUseAccountFiles(passwd.c_str(), group.c_str()), NIMBO_OK);
+  directory.Write("passwd", "erica:x:1001:100:::\n");  // of the same size, within the same second
+  EXPECT_EQ(User("alice"), kNotFound);
+  std::filesystem::remove(passwd);
+  EXPECT_EQ(User("alice"), kFailed);
+  EXPECT_TRUE(log.Has("cannot read " + passwd + ": No such file or directory"));
+  NIMBOUseAccountFiles(nullptr, nullptr);
+}
+
+}  // namespace

@@ -1,0 +1,123 @@
+// What a refresh is going to remove, and the copy that is kept before it does.
+#include "refresh.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sqlite3.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <set>
+
+#include "delegations.h"
+#include "errors.h"
+#include "names.h"
+#include "output.h"
+#include "platform/nimbsdk.h"
+#include "storage/delegation_db_handler.h"
+
+namespace delegationctl {
+
+using namespace NIMBO::QUAYPOST_SERVER;
+
+namespace {
+
+using Uids = std::set<unsigned int>;
+
+Uids UidsOf(const std::vector<std::shared_ptr<RoleUser>>& users) {
+  Uids uids;
+  for (const auto& user : users) uids.insert(user->getUid());
+  return uids;
+}
+
+bool UidIsGone(unsigned int uid) {
+  NIMBOUSER* account = nullptr;
+  const int status = NIMBOUserGetByUID(uid, &account);
+  NIMBOUserFree(account);
+  return status == NIMBO_NOT_FOUND;
+}
+
+bool GidIsGone(unsigned int gid) {
+  NIMBOGROUP* account = nullptr;
+  const int status = NIMBOGroupGetByGID(gid, &account);
+  NIMBOGroupFree(account);
+  return status == NIMBO_NOT_FOUND;
+}
+
+// Whether one of the stored members is no member on the host. A lookup that fails is no: it fails the refresh too.
+bool LosesMember(RoleGroup& group, const Uids& stored) {
+  std::vector<std::shared_ptr<RoleUser>> members;
+  if (stored.empty() || !group.FindNBOSUserTo(members)) return false;
+  const Uids present = UidsOf(members);
+  return !std::includes(present.begin(), present.end(), stored.begin(), stored.end());
+}
+
+[[noreturn]] void CannotCopy(const std::string& path, const std::string& why) {
+  throw Exit(errors::kCopy,
+             fmt::format("cannot keep a copy of the database as {}: {}; nothing was changed", Quoted(path), why),
+             "a refresh that removes somebody keeps one first");
+}
+
+// Runs VACUUM INTO; "" or why it failed.
+std::string CopyInto(const std::string& path) {
+  RoleDBHandler* handler = DelegationDBHandler::GetDelegationDBHandler();
+  if (!handler) return "the database cannot be opened";
+  sqlite3_stmt* statement = nullptr;
+  sqlite3_prepare_v2(handler->GetDB(), "VACUUM INTO ?", -1, &statement, nullptr);
+  sqlite3_bind_text(statement, 1, path.c_str(), -1, SQLITE_TRANSIENT);
+  const bool copied = statement && sqlite3_step(statement) == SQLITE_DONE;
+  const std::string why = copied ? "" : sqlite3_errmsg(handler->GetDB());
+  sqlite3_finalize(statement);
+  return why;
+}
+
+}  // namespace
+
+bool RefreshRemovesAnybody() {
+  std::vector<std::shared_ptr<RoleUser>> users;
+  std::vector<std::shared_ptr<RoleGroup>> groups;
+  std::vector<Uids> members;
+  {
+    // The host is asked later, so that a slow account source does not keep the database locked.
+    const Snapshot snapshot;
+    if (!DelegationUser::List(Json::Value(), users) || !DelegationGroup::List(Json::Value(), groups)) Unreadable();
+    for (const auto& group : groups) {
+      std::vector<std::shared_ptr<RoleUser>> stored;
+      if (group->FindBelongUsers(stored) == -1) Unreadable();
+      members.push_back(UidsOf(stored));
+    }
+  }
+  for (const auto& user : users) {
+    if (UidIsGone(user->getUid())) return true;
+  }
+  for (std::size_t i = 0; i < groups.size(); ++i) {
+    if (GidIsGone(groups[i]->getGid()) || LosesMember(*groups[i], members[i])) return true;
+  }
+  return false;
+}
+
+std::string KeepCopy(const std::string& database) {
+  const std::string copy = std::filesystem::absolute(database).string() + ".before-refresh";
+  std::string temporary = copy + ".XXXXXX";
+  const int file = mkostemp(temporary.data(), O_CLOEXEC);
+  if (file < 0) CannotCopy(copy, std::strerror(errno));
+  std::string why = CopyInto(temporary);
+  if (why.empty() &&
+      (fchmod(file, 0640) != 0 || fsync(file) != 0 || std::rename(temporary.c_str(), copy.c_str()) != 0)) {
+    why = std::strerror(errno);
+  }
+  close(file);
+  if (!why.empty()) {
+    unlink(temporary.c_str());
+    CannotCopy(copy, why);
+  }
+  return copy;
+}
+
+}  // namespace delegationctl

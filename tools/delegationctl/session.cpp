@@ -1,0 +1,169 @@
+// One run of the tool: which database and which accounts, the log of the library's calls, asking, and changing safely.
+#include "session.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <filesystem>
+#include <iostream>
+#include <thread>
+
+#include "api/delegation_api.h"
+#include "errors.h"
+#include "output.h"
+#include "platform/mailserver.h"
+#include "platform/nimbsdk.h"
+#include "refresh.h"
+#include "storage/delegation_db_strategy.h"
+
+namespace delegationctl {
+
+using namespace NIMBO::QUAYPOST_SERVER;
+
+namespace {
+
+// What the library logs where it answers only false, or even true.
+constexpr char kChangeNotAnnounced[] = "Trigger fail!!!";
+constexpr char kRefreshNotAnnounced[] = "cannot trigger";
+constexpr char kOutageLine[] = "taken for an outage";
+
+// --db, else DELEGATIONCTL_DB, which the demo world does not heed. As an absolute path, which SQLite can take for
+// nothing but a file name.
+std::string NamedDatabase(const Globals& globals) {
+  if (globals.demo && !globals.database.empty()) {
+    throw Exit(errors::kBadUsage, "--demo has a database of its own; leave out --db");
+  }
+  if (globals.demo) return "";
+  const char* fromEnvironment = secure_getenv("DELEGATIONCTL_DB");
+  const std::string named = !globals.database.empty() ? globals.database : fromEnvironment ? fromEnvironment : "";
+  return named.empty() ? "" : std::filesystem::absolute(named).string();
+}
+
+Globals WithDatabase(Globals globals) {
+  globals.database = NamedDatabase(globals);
+  return globals;
+}
+
+}  // namespace
+
+Log::Log(bool verbose) : verbose_(verbose) { MaillogSetSink(Sink, this); }
+
+Log::~Log() { MaillogSetSink(nullptr, nullptr); }
+
+void Log::Sink(void* log, const char* line) {
+  auto& self = *static_cast<Log*>(log);
+  if (self.verbose_) std::cerr << line << '\n';
+  if (self.collect_) self.lines_.emplace_back(line);
+}
+
+void Log::StopCollecting() {
+  collect_ = false;
+  if (!verbose_) MaillogSetSink(nullptr, nullptr);
+}
+
+Session::Session(Globals globals, Log& log, bool mayCreate) : globals_(WithDatabase(std::move(globals))), log_(log) {
+  if (globals_.demo) {
+    demo_ = std::make_unique<DemoWorld>(globals_.demoDirectory);
+    demo_->Enter();
+  }
+  if (globals_.database.empty()) return;
+  if (!mayCreate && !std::filesystem::exists(globals_.database)) {
+    throw Exit(errors::kNoDatabase, fmt::format("there is no database {}", Quoted(globals_.database)),
+               "delegationctl create makes one");
+  }
+  DelegationDBStrategy::SetDelegationDBStrategy(std::make_shared<DelegationCustomPathDBStrategy>(globals_.database));
+}
+
+bool Session::Color() const {
+  const char* off = getenv("NO_COLOR");
+  if ((off && *off) || globals_.color == "never" || globals_.json) return false;
+  return globals_.color == "always" || isatty(STDOUT_FILENO);
+}
+
+std::string Session::DatabasePath() const {
+  std::string path = globals_.database;
+  if (path.empty() && !GetUserGroupDelegationConfigPath(path)) {
+    throw Exit(errors::kDatabase, "the configuration cannot be read");
+  }
+  return path;
+}
+
+void Session::Confirm(const std::string& action, const std::string& effect) const {
+  if (globals_.yes) return;
+  std::cerr << effect << '\n';
+  if (!isatty(STDIN_FILENO)) {
+    throw Exit(errors::kUnconfirmed,
+               action + " needs confirmation, and there is no terminal to ask on; nothing was changed",
+               "repeat with --yes");
+  }
+  std::cerr << "go on? [y/N] " << std::flush;
+  std::string reply;
+  std::getline(std::cin, reply);
+  if (reply != "y" && reply != "Y" && reply != "yes") {
+    throw Exit(errors::kUnconfirmed, action + " was not confirmed; nothing was changed");
+  }
+}
+
+std::string Session::Refresh() {
+  const NIMBOAccountScope accounts(NIMBOAccountScope::kEnumerate);  // the same answers for both steps
+  const std::string copy = RefreshRemovesAnybody() ? KeepCopy(DatabasePath()) : "";
+  if (DelegationRefresh()) return copy;
+  if (!Logged(kOutageLine)) throw Exit(errors::kRefresh, "the refresh from the host failed");
+  throw Exit(errors::kOutage,
+             "most stored users or groups are gone from the host: taken for an outage, nothing was changed",
+             "if they are really gone: delegationctl refresh --force");
+}
+
+void Session::RequireAnnounced(const std::string& what) const {
+  if (!Logged(kChangeNotAnnounced) && !Logged(kRefreshNotAnnounced)) return;
+  throw Exit(errors::kNotAnnounced, what + ": stored, but not announced to the cluster",
+             "delegationctl refresh announces the database again");
+}
+
+void Session::Store(const std::string& what, const std::function<bool()>& change) {
+  const bool changed = change();
+  RequireAnnounced(what);
+  if (changed) return;
+  try {
+    Refresh();
+  } catch (const Exit& refresh) {
+    throw Exit(errors::kLibrary, fmt::format("{} was not stored, or not completely, and then {}", what, refresh.text));
+  }
+  throw Exit(errors::kLibrary, what + " was not stored, or not completely");
+}
+
+bool Session::Logged(const char* text) const {
+  const auto has = [&](const std::string& line) { return line.find(text) != std::string::npos; };
+  return std::any_of(log_.Lines().begin(), log_.Lines().end(), has);
+}
+
+EditLock::EditLock(const Session& session) {
+  constexpr auto kPause = std::chrono::milliseconds(100);
+  constexpr int kTries = 600;
+  const std::string path = session.DatabasePath() + ".edit-lock";
+  file_ = open(path.c_str(), O_RDONLY | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0640);
+  if (file_ < 0) {
+    throw Exit(errors::kLocked, fmt::format("cannot open the lock file {}: {}", Quoted(path), std::strerror(errno)),
+               "changes need a directory that you may write");
+  }
+  for (int i = 0; flock(file_, LOCK_EX | LOCK_NB) != 0; ++i) {
+    if (i == 0) std::cerr << "waiting for another change to end (" << Printable(path) << ")\n";
+    if (i == kTries) {
+      close(file_);
+      throw Exit(errors::kLocked, "another delegationctl is at work; nothing was changed", "repeat when it has ended");
+    }
+    std::this_thread::sleep_for(kPause);
+  }
+}
+
+EditLock::~EditLock() { close(file_); }
+
+}  // namespace delegationctl

@@ -1,0 +1,36 @@
+// delegationctl refresh: re-reads the host's accounts and recomputes everybody.
+#include "platform/mailserver.h"
+#include "verbs.h"
+
+namespace delegationctl {
+
+using namespace NIMBO::QUAYPOST_SERVER;
+
+namespace {
+
+constexpr int kNoVanishLimit = 100;  // percent
+
+Answer Refresh(Session& session) {
+  const EditLock lock(session);
+  if (session.Options().force) MailserverSetVanishLimit(kNoVanishLimit);
+  const std::string copy = session.Refresh();
+  session.RequireAnnounced("the refresh");
+
+  Answer answer;
+  answer.json["refreshed"] = true;
+  answer.json["copy"] = copy.empty() ? Json::Value() : Json::Value(copy);
+  answer.text = "refreshed\n";
+  if (!copy.empty()) answer.text += "the database as it was before is kept in " + Printable(copy) + "\n";
+  return answer;
+}
+
+}  // namespace
+
+void AddRefresh(CommandLine& line) {
+  line.Add({"refresh", "care", "[--force]",
+            "re-read the host's accounts and recompute everybody; --force believes that most of them are gone",
+            "delegationctl --demo refresh"},
+           Refresh, true);
+}
+
+}  // namespace delegationctl
