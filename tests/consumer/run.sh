@@ -29,5 +29,5 @@ while read -r header; do
   printf '#include <%s>\n' "$header" | g++ -std=c++20 -Wall -Wextra -Werror -fsyntax-only "${flags[@]}" -x c++ -
   count=$((count + 1))
 done < <(cd "$headers" && find . -name '*.h' -printf '%P\n')
-[ "$count" -ge 28 ]
+[ "$count" -ge 27 ]
 echo "$count headers stand alone"
