@@ -34,7 +34,7 @@ bool StoresUser(RoleDBHandler* handle, int uid) {
 Rows Uids(const TempDatabase& database) { return database.Rows("select uid from user_table"); }
 
 TEST(DatabaseFile, IsMadeForOwnerAndGroupWhateverTheUmask) {
-  for (const mode_t mask : {0, 077}) {
+  for (const mode_t mask : {0u, 077u}) {
     TempDatabase database;
     const mode_t before = umask(mask);
     EXPECT_NE(Current(), nullptr);
