@@ -85,6 +85,8 @@ class FileLock {
 
 std::map<std::string, RoleDBHandler*>& RoleDBHandler::_singleRoleDBHandler = *new std::map<std::string, RoleDBHandler*>;
 
+bool RoleDBHandler::mustExec_ = false;
+
 RoleDBHandler::RoleDBHandler(const std::string& path) : path_(path) {}
 
 RoleDBHandler::~RoleDBHandler() { Close(); }
@@ -110,6 +112,7 @@ bool RoleDBHandler::Open() {
     }
   }
   if (!IsAcceptable(path_, file)) return false;
+  if (mustExec_) return Fail("process %i was forked with a database in use: it has none until it calls exec", getpid());
 
   pid_ = getpid();
   lastResult_ =
@@ -131,6 +134,9 @@ bool RoleDBHandler::Open() {
 }
 
 bool RoleDBHandler::ReadVersion(int& version) {
+  Query mode(*this, "pragma journal_mode");
+  if (!mode.Next()) return false;
+  writeAheadLog_ = mode.Text(0) == "wal";
   Query row(*this, "pragma user_version");
   if (!row.Next()) return false;
   const auto value = row.Int<int>(0);
@@ -153,20 +159,16 @@ bool RoleDBHandler::IsSameFile() const {
   return lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_;
 }
 
-bool RoleDBHandler::EnsureCurrent() {
-  if (db_ && pid_ != getpid()) {
-    if (sqlite3_txn_state(db_, nullptr) != SQLITE_TXN_NONE) {
-      return Fail("process %i was forked inside a transaction: it has no database until it calls exec", getpid());
-    }
-  } else if (db_ && IsSameFile()) {
-    return true;
-  }
-  return Connect() == 0;
-}
+bool RoleDBHandler::EnsureCurrent() { return (db_ && pid_ == getpid() && IsSameFile()) || Connect() == 0; }
 
-// A connection made before a fork belongs to the parent: closing it here could undo the parent's work.
 void RoleDBHandler::Close() {
-  if (db_ && pid_ == getpid()) sqlite3_close_v2(db_);
+  if (db_ && pid_ == getpid()) {
+    sqlite3_close_v2(db_);
+  } else if (db_) {
+    // The parent's: closing it here could undo the parent's work. With the file it leaves a copy of the parent's locks,
+    // which hold nothing; that is harmless if there were none.
+    mustExec_ = mustExec_ || writeAheadLog_ || sqlite3_txn_state(db_, nullptr) != SQLITE_TXN_NONE;
+  }
   db_ = nullptr;
 }
 

@@ -61,7 +61,8 @@ class MAILSERVER_EXPORT RoleDBHandler {
 
   /// Sees to it that the connection is this process's own and leads to the file that is at the path now; opens anew
   /// if not. False, with a log line, when that fails: then there is no connection. After a fork inside a transaction
-  /// the child gets none until it calls exec: it has a copy of SQLite's lock table without the locks.
+  /// the child gets none until it calls exec: it has a copy of SQLite's lock table without the locks. The same goes for
+  /// a child of a process that had opened a file in write-ahead-log mode: the log could be removed under it.
   bool EnsureCurrent();
 
   /// Closes and destroys the handle registered under `key`, if there is one.
@@ -85,7 +86,10 @@ class MAILSERVER_EXPORT RoleDBHandler {
   void Close();
   int Exec(const char* statement);
 
+  static bool mustExec_;  ///< this process is a child whose copy of SQLite's lock table is of no use
+
   int busyTimeout_ = 60000;
+  bool writeAheadLog_ = false;
   pid_t pid_ = -1;    ///< the process that opened db_
   dev_t device_ = 0;  ///< the file that was opened
   ino_t inode_ = 0;

@@ -87,6 +87,7 @@ void RoleDBScope::Rollback() {
 void RoleDBScope::End() {
   if (state_ == State::kEnded || state_ == State::kInactive) return;
   if (environmentFailed_ && outer_) outer_->environmentFailed_ = true;
+  if (state_ == State::kTransaction && pid_ != getpid()) RoleDBHandler::mustExec_ = true;
   innermost_ = outer_;
   state_ = State::kEnded;
 }

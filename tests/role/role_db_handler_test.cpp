@@ -219,14 +219,25 @@ TEST(Processes, ForkedInsideATransactionHaveNoDatabase) {
   const auto hasNone = [&] {
     if (Current() || scope->Usable() || StoresUser(handle, 2) || scope->Commit()) return false;
     scope.reset();
-    return !Current() && !StoresUser(handle, 3) &&
+    const bool refused = !Current() && !StoresUser(handle, 3);
+    DelegationDBHandler::CloseDelegationDBHandler();
+    return refused && !Current() && !DelegationCustomPathDBStrategy(database.Path()).GetDelegationDBHandler() &&
            log.Has("process " + std::to_string(getpid()) +
-                   " was forked inside a transaction: it has no database until it calls exec");
+                   " was forked with a database in use: it has none until it calls exec");
   };
   EXPECT_TRUE(Succeeded(Fork(hasNone)));
   EXPECT_TRUE(database.Locked()) << "the parent still holds its lock";
   EXPECT_TRUE(scope->Commit());
   EXPECT_EQ(Uids(database), Rows{"1"});
+}
+
+// The parent's close would remove the log that the child writes to.
+TEST(Processes, ForkedWithAWriteAheadLogOpenHaveNoDatabase) {
+  TempDatabase database;
+  database.Exec("pragma journal_mode = wal");
+  ASSERT_TRUE(StoresUser(Current(), 1));
+  EXPECT_TRUE(Succeeded(Fork([] { return !Current(); })));
+  EXPECT_TRUE(StoresUser(Current(), 2));
 }
 
 }  // namespace
