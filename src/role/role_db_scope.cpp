@@ -80,6 +80,7 @@ void RoleDBScope::Rollback() {
     }
     if (state_ == State::kTransaction) undone = handle_->Exec("ROLLBACK") == SQLITE_OK;
     if (!undone) environmentFailed_ = true;
+    if (!undone && state_ == State::kTransaction) handle_->Close();  // with it go the transaction and its locks
   }
   End();
 }
