@@ -1,13 +1,14 @@
 #!/usr/bin/env python3
 """Runs the examples of a file against the real delegationctl.
 
-usage: run_examples.py DELEGATIONCTL FILE
+usage: run_examples.py DELEGATIONCTL FILE|README.md
 
 FILE holds groups. A group opens with "# sentence", which is its name, and has a new demo world of its own. Then come
   $ command   [exit N] [typed TEXT]
   expected output
 The command runs in a shell; its expected exit status is 0 unless it says otherwise; TEXT is typed on a terminal, without it
 there is none. Output is stdout and stderr as they come. "..." stands for any text in a line; WORLD for the world's directory.
+Of a README the indented commands behind "$", with their output, are one group.
 """
 import os
 import pathlib
@@ -30,6 +31,21 @@ def groups(text):
         elif found and found[-1][1] and line:
             found[-1][1][-1][2] += line + "\n"
     return found
+
+
+def readme_examples(text):
+    """The same for a README, whose commands go on in the next line behind a "|"."""
+    found, inside = [], False
+    for number, line in enumerate(text.splitlines(), 1):
+        if line.startswith("    $ "):
+            found.append([number, line[6:], ""])
+            inside = True
+        elif inside and line.startswith("    "):
+            unfinished = found[-1][1].endswith("|")
+            found[-1][1 if unfinished else 2] += line if unfinished else line[4:] + "\n"
+        else:
+            inside = False
+    return [("the examples of the README work as printed", found)]
 
 
 def run(command, typed, environment, directory):
@@ -69,11 +85,15 @@ def check(group, program, directory):
 def main():
     program, examples = os.path.abspath(sys.argv[1]), pathlib.Path(sys.argv[2])
     failures = 0
-    for name, group in groups(examples.read_text(encoding="utf-8")):
+    find = readme_examples if examples.suffix == ".md" else groups
+    for name, group in find(examples.read_text(encoding="utf-8")):
         with tempfile.TemporaryDirectory() as directory:
             failed = check(group, program, directory)
         print("FAILED" if failed else "ok", name, flush=True)
         failures += failed
+        if not group:
+            failures += 1
+            print("FAILED no examples in", name)
     return 1 if failures else 0
 
 

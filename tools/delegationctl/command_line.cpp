@@ -3,6 +3,7 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cstring>
 
 #include "errors.h"
@@ -14,6 +15,45 @@ namespace delegationctl {
 namespace {
 
 constexpr char kSynopsis[] = "usage: delegationctl [global options] VERB [NAME] [options]\n";
+
+// Stands before an argument that CLI11 must take as it is: behind "--", it would hand options to the application again.
+constexpr char kLiteral = '\x01';
+
+std::string WithoutMark(const std::string& argument) {
+  return argument.empty() || argument[0] != kLiteral ? argument : argument.substr(1);
+}
+
+// The arguments without the program's name and the first "--", last one first, as CLI11 wants them. Throws usage.
+std::vector<std::string> Marked(int argc, const char* const* argv) {
+  std::vector<std::string> arguments;
+  bool literal = false;
+  for (int i = 1; i < argc; ++i) {
+    const std::string argument = argv[i];
+    if (!literal && argument == "--") {
+      literal = true;
+      continue;
+    }
+    if (argument.empty()) throw Exit(errors::kBadUsage, "one of the arguments is empty");
+    // CLI11 would take the next argument for the value.
+    if (!literal && argument.rfind("--", 0) == 0 && argument.find('=') == argument.size() - 1) {
+      throw Exit(errors::kBadUsage, fmt::format("the option {} has no value", Quoted(argument)));
+    }
+    const bool mark = literal || argument[0] == kLiteral;
+    arguments.push_back(mark ? kLiteral + argument : argument);
+  }
+  std::reverse(arguments.begin(), arguments.end());
+  return arguments;
+}
+
+// "--option: 1 required N missing", "--option: At Most 1 required but received 2" or "option was given a disallowed
+// flag override"
+std::string Wording(const CLI::ArgumentMismatch& error) {
+  const std::string text = error.what();
+  const std::string name = text.substr(0, text.find_first_of(": "));
+  if (text.find("disallowed") != std::string::npos) return fmt::format("the option \"--{}\" takes no value", name);
+  const bool none = text.find("missing") != std::string::npos;
+  return fmt::format("the option {} {}", Quoted(name), none ? "has no value" : "is given more than once");
+}
 
 std::string HelpLine(const std::string& name, const std::string& description) {
   return fmt::format("  {:<22}  {}\n", name, description);
@@ -59,8 +99,8 @@ class CommandLine::HelpFormatter : public CLI::FormatterBase {
 
   std::string OfVerb(const CLI::App& app) const {
     const VerbHelp& help = line_.verbs_.at(&app).help;
-    return fmt::format("usage: delegationctl [global options] {} {}\n\n{}\n\noptions\n{}\nexample\n  $ {}\n", help.name,
-                       help.usage, help.does, OptionLines(app), help.example);
+    return fmt::format("usage: delegationctl [global options] {}{}{}\n\n{}\n\noptions\n{}\nexample\n  $ {}\n",
+                       help.name, *help.usage ? " " : "", help.usage, help.does, OptionLines(app), help.example);
   }
 
   const CommandLine& line_;
@@ -94,22 +134,22 @@ CLI::App* CommandLine::Add(const VerbHelp& help, Run run, bool mayCreate) {
 void CommandLine::TakeMoreNames(CLI::App* verb, std::vector<std::string>& names) { verbs_.at(verb).moreNames = &names; }
 
 void CommandLine::Parse(int argc, const char* const* argv) {
-  for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
-    const std::string argument = argv[i];
-    if (argument.empty()) throw Exit(errors::kBadUsage, "one of the arguments is empty");
-    // CLI11 would take the next argument for the value.
-    if (argument.rfind("--", 0) == 0 && argument.find('=') == argument.size() - 1) {
-      throw Exit(errors::kBadUsage, fmt::format("the option {} has no value", Quoted(argument)));
+  for (CLI::App* verb : app_.get_subcommands([](const CLI::App*) { return true; })) {
+    for (CLI::Option* option :
+         verb->get_options([](const CLI::Option* o) { return o->get_items_expected_max() > 0; })) {
+      option->transform(WithoutMark);
     }
   }
   try {
-    app_.parse(argc, argv);
+    app_.parse(Marked(argc, argv));
   } catch (const CLI::CallForHelp&) {
     help_ = app_.help();
     return;
   } catch (const CLI::RequiredError& error) {
     const std::string text = error.what();
     throw Exit(errors::kBadUsage, text.substr(0, text.find(' ')) + " is missing");
+  } catch (const CLI::ArgumentMismatch& error) {
+    throw Exit(errors::kBadUsage, Wording(error));
   } catch (const CLI::ParseError& error) {
     std::string text = error.what();
     if (!text.empty()) text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
@@ -138,9 +178,10 @@ void CommandLine::RequireNoExtras() {
     }
   }
   for (const auto& [verb, entry] : verbs_) names.push_back(entry.help.name);
-  for (const std::string& extra : app_.remaining(true)) {
-    if (extra == "--") continue;
-    const bool option = extra.size() > 1 && extra[0] == '-';
+  for (const std::string& argument : app_.remaining(true)) {
+    if (!chosen_ && argument[0] == kLiteral) continue;  // a verb stands before "--"
+    const std::string extra = WithoutMark(argument);
+    const bool option = argument.size() > 1 && argument[0] == '-';
     if (!option && chosen_ && Chosen().moreNames) {
       Chosen().moreNames->push_back(extra);
       continue;

@@ -1,5 +1,7 @@
 // delegationctl: administers the delegations of a mail server from the command line.
+#include <fcntl.h>
 #include <fmt/format.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstdio>
@@ -15,6 +17,13 @@
 
 namespace delegationctl {
 namespace {
+
+// A file that is opened later must not become standard input, output or error. Reading and writing fail as before.
+void OccupyClosedStreams() {
+  for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+    if (fcntl(stream, F_GETFD) == -1) open("/dev/null", stream == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+  }
+}
 
 bool WantsJson(int argc, const char* const* argv) {
   for (int i = 1; i < argc && std::strcmp(argv[i], "--") != 0; ++i) {
@@ -74,6 +83,7 @@ int Help(const CommandLine& line) {
 }
 
 int Main(int argc, const char* const* argv) {
+  OccupyClosedStreams();
   std::signal(SIGPIPE, SIG_IGN);  // a reader that has gone is a failed write
   const bool json = WantsJson(argc, argv);
   const auto lines = [](const Log* log) { return log ? log->Lines() : std::vector<std::string>(); };

@@ -192,7 +192,12 @@ int ParseNumber(const std::string& text, const std::string& what) {
 }
 
 void RequireStorable(const std::string& text, const std::string& what) {
+  constexpr std::size_t kLongest = 400;  // bytes; the library's statements hold 2047 with every quote doubled
   if (text.empty()) throw Exit(errors::kBadUsage, fmt::format("the {} is empty", what));
+  if (text.size() > kLongest) {
+    throw Exit(errors::kBadUsage, fmt::format("the {} has {} bytes", what, text.size()),
+               fmt::format("at most {} can be stored", kLongest));
+  }
   if (Printable(text) != text) {
     throw Exit(errors::kBadUsage, fmt::format("the {} {} has bytes that are no text", what, Quoted(text)),
                "leave out control characters, and write it in UTF-8");

@@ -47,8 +47,8 @@ std::string DidYouMean(const std::string& name, const std::vector<std::string>& 
 // The number that `text` is, in base 10 and 32 bits; throws usage, naming `what`.
 int ParseNumber(const std::string& text, const std::string& what);
 
-// Throws usage unless a delegation may be called, or coloured, `text`: UTF-8 without control bytes, no "id:7" form, not
-// empty.
+// Throws usage unless a delegation may be called, or coloured, `text`: UTF-8 without control bytes, neither empty nor
+// longer than the library can store.
 void RequireStorable(const std::string& text, const std::string& what);
 
 }  // namespace delegationctl

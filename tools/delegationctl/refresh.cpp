@@ -4,7 +4,6 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sqlite3.h>
-#include <stdlib.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -104,8 +103,9 @@ bool RefreshRemovesAnybody() {
 
 std::string KeepCopy(const std::string& database) {
   const std::string copy = std::filesystem::absolute(database).string() + ".before-refresh";
-  std::string temporary = copy + ".XXXXXX";
-  const int file = mkostemp(temporary.data(), O_CLOEXEC);
+  const std::string temporary = copy + ".new";
+  for (const char* rest : {"", "-journal"}) unlink((temporary + rest).c_str());  // of a refresh that was killed
+  const int file = open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
   if (file < 0) CannotCopy(copy, std::strerror(errno));
   std::string why = CopyInto(temporary);
   if (why.empty() &&

@@ -11,7 +11,7 @@ bool RefreshRemovesAnybody();
 
 // Copies the database to PATH.before-refresh, mode 0640, in place of an earlier copy; returns the copy's path. The file
 // itself is only read through its SQLite connection: opening and closing it here would drop SQLite's locks on it.
-// Throws copy or database.
+// Throws copy or database. Only for the holder of the edit lock.
 std::string KeepCopy(const std::string& database);
 
 }  // namespace delegationctl

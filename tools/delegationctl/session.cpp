@@ -30,10 +30,15 @@ using namespace NIMBO::QUAYPOST_SERVER;
 
 namespace {
 
-// What the library logs where it answers only false, or even true.
-constexpr char kChangeNotAnnounced[] = "Trigger fail!!!";
-constexpr char kRefreshNotAnnounced[] = "cannot trigger";
-constexpr char kOutageLine[] = "taken for an outage";
+// How the lines end that the library logs where it answers only false, or even true.
+constexpr char kChangeNotAnnounced[] = " Trigger fail!!!";
+constexpr char kRefreshNotAnnounced[] = " cannot trigger";
+constexpr char kOutageLine[] = ": taken for an outage, nothing is refreshed";
+
+[[noreturn]] void NotAnnounced(const std::string& what) {
+  throw Exit(errors::kNotAnnounced, what + ": stored, but not announced to the cluster",
+             "delegationctl refresh announces the database again");
+}
 
 // --db, else DELEGATIONCTL_DB, which the demo world does not heed. As an absolute path, which SQLite can take for
 // nothing but a file name.
@@ -106,7 +111,7 @@ void Session::Confirm(const std::string& action, const std::string& effect) cons
   }
   std::cerr << "go on? [y/N] " << std::flush;
   std::string reply;
-  std::getline(std::cin, reply);
+  if (!std::getline(std::cin, reply)) std::cerr << '\n';
   if (reply != "y" && reply != "Y" && reply != "yes") {
     throw Exit(errors::kUnconfirmed, action + " was not confirmed; nothing was changed");
   }
@@ -122,15 +127,13 @@ std::string Session::Refresh() {
              "if they are really gone: delegationctl refresh --force");
 }
 
-void Session::RequireAnnounced(const std::string& what) const {
-  if (!Logged(kChangeNotAnnounced) && !Logged(kRefreshNotAnnounced)) return;
-  throw Exit(errors::kNotAnnounced, what + ": stored, but not announced to the cluster",
-             "delegationctl refresh announces the database again");
+void Session::RequireRefreshAnnounced() const {
+  if (Logged(kRefreshNotAnnounced)) NotAnnounced("the refresh");
 }
 
 void Session::Store(const std::string& what, const std::function<bool()>& change) {
   const bool changed = change();
-  RequireAnnounced(what);
+  if (Logged(kChangeNotAnnounced)) NotAnnounced(what);
   if (changed) return;
   try {
     Refresh();
@@ -141,7 +144,7 @@ void Session::Store(const std::string& what, const std::function<bool()>& change
 }
 
 bool Session::Logged(const char* text) const {
-  const auto has = [&](const std::string& line) { return line.find(text) != std::string::npos; };
+  const auto has = [&](const std::string& line) { return line.ends_with(text); };
   return std::any_of(log_.Lines().begin(), log_.Lines().end(), has);
 }
 

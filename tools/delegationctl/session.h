@@ -73,10 +73,11 @@ class Session {
   // sets right what a change stopped half-way has left, or not_announced.
   void Store(const std::string& what, const std::function<bool()>& change);
 
-  // Throws not_announced when a change of this run was stored and could not be announced.
-  void RequireAnnounced(const std::string& what) const;
+  // Throws not_announced when a refresh of this run was stored and could not be announced.
+  void RequireRefreshAnnounced() const;
 
  private:
+  // Whether the library has logged a line that ends with `text`; names that a line quotes stand before its end.
   bool Logged(const char* text) const;
 
   const Globals globals_;

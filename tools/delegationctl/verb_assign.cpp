@@ -122,6 +122,7 @@ Answer Change(Session& session, const Arguments& arguments, bool assign) {
   answer.json["groups"] = JsonArray(after.groups);
   answer.json["changed"] = !changed.users.empty() || !changed.groups.empty();
   if (!answer.json["changed"].asBool()) {
+    session.RequireRefreshAnnounced();
     answer.text = fmt::format("{} is so already\n", Described(delegation));
     return answer;
   }

@@ -14,7 +14,7 @@ Answer Refresh(Session& session) {
   const EditLock lock(session);
   if (session.Options().force) MailserverSetVanishLimit(kNoVanishLimit);
   const std::string copy = session.Refresh();
-  session.RequireAnnounced("the refresh");
+  session.RequireRefreshAnnounced();
 
   Answer answer;
   answer.json["refreshed"] = true;
