@@ -6,9 +6,11 @@
 ///   if (DelegationUserAllowWebapi("ann", "Webapi_Queue_Flush_v1") == 0) ...   // 0 is "allowed"
 ///
 /// Documents:
-///   delegation   {"id": int, "name": string, "color": string, "priority": int, TYPE: DATA, ...}, one member for each
-///   entry user, group  {"id": int, "name": string} and {"id": int, "name": string, "type": "group"} assignee {"type":
-///   "user" or "group", "name": short name}
+/// - delegation: {"id": int, "name": string, "color": string, "priority": int, TYPE: DATA, ...}, one member for each
+///   entry
+/// - user: {"id": int, "name": string}
+/// - group: {"id": int, "name": string, "type": "group"}
+/// - assignee: {"type": "user" or "group", "name": short name}
 ///
 /// A write is one transaction. Bad input (an unknown name, a malformed member) ends it with what was stored before that
 /// step, a failure of the environment (I/O, memory, a host lookup without an answer) with nothing changed; both are

@@ -136,10 +136,13 @@ bool LooksLikeOutage(std::size_t gone, std::size_t stored, int limitPercent) {
 
 void DelegationCalculator::Prefetch() {
   std::vector<std::shared_ptr<RoleUser>> users;
+  if (DelegationUser::List(Json::nullValue, users)) {
+    for (const auto& user : users) RoleUtilPrefetchUser(user->getUid());
+  }
   std::vector<std::shared_ptr<RoleGroup>> groups;
-  if (!DelegationUser::List(Json::nullValue, users) || !DelegationGroup::List(Json::nullValue, groups)) return;
-  for (const auto& user : users) RoleUtilPrefetchUser(user->getUid());
-  for (const auto& group : groups) RoleUtilPrefetchGroup(group->getGid());
+  if (DelegationGroup::List(Json::nullValue, groups)) {
+    for (const auto& group : groups) RoleUtilPrefetchGroup(group->getGid());
+  }
 }
 
 bool DelegationCalculator::CheckVanished() {

@@ -96,27 +96,36 @@ int RoleDBHandler::Connect() {
   if (!path_.empty()) path_ = std::filesystem::absolute(path_, error);
   if (path_.empty() || error) return FailLookup("database file has no usable path");
   Close();
-  if (Open() && BringUpToDate()) return 0;
+  try {
+    if (Open() && BringUpToDate()) return 0;
+  } catch (...) {
+    Close();  // open, but never brought up to date, it would pass for current
+    throw;
+  }
   Close();
   return -1;
 }
 
 bool RoleDBHandler::Open() {
+  if (mustExec_ || RoleDBScope::IsParents()) {
+    return Fail("process %i was forked with a database in use: it has none until it calls exec", getpid());
+  }
+  const std::string resolved = ResolveDirectory(path_);
   struct stat file {};
   if (lstat(path_.c_str(), &file) != 0) {
     if (errno != ENOENT) return Fail("cannot find database file %s: %s", path_, std::strerror(errno));
-    if (KnownPaths().contains(path_)) return Fail("database file %s has vanished", path_);
+    if (KnownPaths().contains(path_) || KnownPaths().contains(resolved)) {
+      return Fail("database file %s has vanished", path_);
+    }
     if (!CreateDatabaseFile(path_)) return false;
     if (lstat(path_.c_str(), &file) != 0) {
       return Fail("cannot find database file %s: %s", path_, std::strerror(errno));
     }
   }
   if (!IsAcceptable(path_, file)) return false;
-  if (mustExec_) return Fail("process %i was forked with a database in use: it has none until it calls exec", getpid());
 
   pid_ = getpid();
-  lastResult_ =
-      sqlite3_open_v2(ResolveDirectory(path_).c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
+  lastResult_ = sqlite3_open_v2(resolved.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
   if (lastResult_ != SQLITE_OK) return Fail("cannot open database file %s: [%d]", path_, lastResult_);
   sqlite3_busy_timeout(db_, busyTimeout_);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_FKEY, 0, nullptr);
@@ -128,15 +137,12 @@ bool RoleDBHandler::Open() {
   if (moved != 0) return Fail("database file %s was replaced while it was opened", path_);
   device_ = file.st_dev;
   inode_ = file.st_ino;
-  KnownPaths().insert(path_);
+  KnownPaths().insert({path_, resolved});
   // Pages must not be written before COMMIT: that would take the exclusive lock and shut readers out until then.
   return Exec("pragma cache_spill = off") == SQLITE_OK;
 }
 
 bool RoleDBHandler::ReadVersion(int& version) {
-  Query mode(*this, "pragma journal_mode");
-  if (!mode.Next()) return false;
-  writeAheadLog_ = mode.Text(0) == "wal";
   Query row(*this, "pragma user_version");
   if (!row.Next()) return false;
   const auto value = row.Int<int>(0);
@@ -166,8 +172,9 @@ void RoleDBHandler::Close() {
     sqlite3_close_v2(db_);
   } else if (db_) {
     // The parent's: closing it here could undo the parent's work. With the file it leaves a copy of the parent's locks,
-    // which hold nothing; that is harmless if there were none.
-    mustExec_ = mustExec_ || writeAheadLog_ || sqlite3_txn_state(db_, nullptr) != SQLITE_TXN_NONE;
+    // which hold nothing; that is harmless if there were none. On a write-ahead log there is always one.
+    const char* log = sqlite3_filename_wal(sqlite3_db_filename(db_, "main"));
+    mustExec_ = mustExec_ || access(log, F_OK) == 0 || sqlite3_txn_state(db_, nullptr) != SQLITE_TXN_NONE;
   }
   db_ = nullptr;
 }
@@ -193,14 +200,14 @@ int RoleDBHandler::ExeCmds(const RoleSQLCmd& cmds, bool transaction) {
     }
     return true;
   };
-  if (!transaction) return runAll() ? 0 : -1;
-  RoleDBScope scope(this, RoleDBScope::kWrite);
+  RoleDBScope scope(this, transaction ? RoleDBScope::kWrite : RoleDBScope::kStep);
   return scope.Usable() && runAll() && scope.Commit() ? 0 : -1;
 }
 
 void RoleDBHandler::CloseRoleDBHandler(const std::string& key) {
   const auto found = _singleRoleDBHandler.find(key);
   if (found == _singleRoleDBHandler.end()) return;
+  if (RoleDBScope::IsOn(found->second)) return LogError("a database is not closed inside a transaction on it");
   delete found->second;
   _singleRoleDBHandler.erase(found);
 }

@@ -65,7 +65,7 @@ class MAILSERVER_EXPORT RoleDBHandler {
   /// a child of a process that had opened a file in write-ahead-log mode: the log could be removed under it.
   bool EnsureCurrent();
 
-  /// Closes and destroys the handle registered under `key`, if there is one.
+  /// Closes and destroys the handle registered under `key`, if there is one; not inside a RoleDBScope on it.
   static void CloseRoleDBHandler(const std::string& key);
 
   /// The open handles by registry key; the map owns them. Never destroyed, so it can be used while the process exits.
@@ -89,7 +89,6 @@ class MAILSERVER_EXPORT RoleDBHandler {
   static bool mustExec_;  ///< this process is a child whose copy of SQLite's lock table is of no use
 
   int busyTimeout_ = 60000;
-  bool writeAheadLog_ = false;
   pid_t pid_ = -1;    ///< the process that opened db_
   dev_t device_ = 0;  ///< the file that was opened
   ino_t inode_ = 0;

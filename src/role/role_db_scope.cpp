@@ -89,13 +89,21 @@ void RoleDBScope::End() {
   if (state_ == State::kEnded || state_ == State::kInactive) return;
   if (environmentFailed_ && outer_) outer_->environmentFailed_ = true;
   if (state_ == State::kTransaction && pid_ != getpid()) RoleDBHandler::mustExec_ = true;
-  innermost_ = outer_;
   state_ = State::kEnded;
+  while (innermost_ && innermost_->state_ == State::kEnded) innermost_ = innermost_->outer_;
+}
+
+bool RoleDBScope::IsParents() { return innermost_ && innermost_->pid_ != getpid(); }
+
+bool RoleDBScope::IsOn(const RoleDBHandler* handle) {
+  const RoleDBScope* scope = innermost_;
+  while (scope && scope->handle_ != handle) scope = scope->outer_;
+  return scope && handle;
 }
 
 bool RoleDBScope::Pinned(RoleDBHandler*& handle) {
   if (!innermost_) return false;
-  handle = innermost_->state_ != State::kRefused && innermost_->pid_ == getpid() ? innermost_->handle_ : nullptr;
+  handle = innermost_->state_ != State::kRefused && !IsParents() ? innermost_->handle_ : nullptr;
   return true;
 }
 

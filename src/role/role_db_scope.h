@@ -59,6 +59,8 @@ class MAILSERVER_EXPORT RoleDBScope {
   static void NoteWriteResult(int code);
 
  private:
+  friend class RoleDBHandler;
+
   enum class State {
     kRefused,      // no database, or BEGIN failed
     kJoined,       // part of an enclosing scope
@@ -67,6 +69,11 @@ class MAILSERVER_EXPORT RoleDBScope {
     kInactive,     // a kStep outside any scope
     kEnded,
   };
+
+  /// Whether the present scope is one of the process that forked this one.
+  static bool IsParents();
+  /// Whether there is a scope on `handle`.
+  static bool IsOn(const RoleDBHandler* handle);
 
   State Begin(Kind kind) const;
   bool InTransaction() const;

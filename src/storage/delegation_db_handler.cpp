@@ -97,7 +97,7 @@ int DelegationDBHandler::_UpgradeDB(int version) {
     lastResult_ = sqlite3_exec(db_, sql.c_str(), nullptr, nullptr, nullptr);
     if (lastResult_ == SQLITE_OK) return true;
     LogError("exec db schema fail, err=[%d], %s", lastResult_, sqlite3_errmsg(db_));
-    if (sqlite3_get_autocommit(db_) == 0) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
+    if (db_ && sqlite3_get_autocommit(db_) == 0) sqlite3_exec(db_, "ROLLBACK", nullptr, nullptr, nullptr);
     return false;
   };
   // The script is run once; whoever died between it and the version has left all of it.

@@ -1,4 +1,4 @@
-// What a refresh is going to remove, and the copy that is kept before it does.
+// What a refresh is going to do to stored users and groups, and the copy that is kept before it removes any.
 #include "refresh.h"
 
 #include <fcntl.h>
@@ -35,21 +35,28 @@ Uids UidsOf(const std::vector<std::shared_ptr<RoleUser>>& users) {
   return uids;
 }
 
-bool UidIsGone(unsigned int uid) {
+// A lookup that fails is no reason for anything here: it fails the refresh too.
+void PreviewUser(RoleUser& user, RefreshPreview& preview) {
   NIMBOUSER* account = nullptr;
-  const int status = NIMBOUserGetByUID(uid, &account);
+  if (NIMBOUserGetByUID(user.getUid(), &account) == NIMBO_NOT_FOUND) preview.removes = true;
+  if (account && account->szName != user.getUsername()) {
+    preview.renames.push_back(
+        fmt::format("uid {}: {} is now {}", user.getUid(), Quoted(user.getUsername()), Quoted(account->szName)));
+  }
   NIMBOUserFree(account);
-  return status == NIMBO_NOT_FOUND;
 }
 
-bool GidIsGone(unsigned int gid) {
+void PreviewGroup(RoleGroup& group, RefreshPreview& preview) {
   NIMBOGROUP* account = nullptr;
-  const int status = NIMBOGroupGetByGID(gid, &account);
+  if (NIMBOGroupGetByGID(group.getGid(), &account) == NIMBO_NOT_FOUND) preview.removes = true;
+  if (account && account->szName != group.getGroupname()) {
+    preview.renames.push_back(
+        fmt::format("gid {}: {} is now {}", group.getGid(), Quoted(group.getGroupname()), Quoted(account->szName)));
+  }
   NIMBOGroupFree(account);
-  return status == NIMBO_NOT_FOUND;
 }
 
-// Whether one of the stored members is no member on the host. A lookup that fails is no: it fails the refresh too.
+// Whether one of the stored members is no member on the host.
 bool LosesMember(RoleGroup& group, const Uids& stored) {
   std::vector<std::shared_ptr<RoleUser>> members;
   if (stored.empty() || !group.FindNBOSUserTo(members)) return false;
@@ -78,7 +85,7 @@ std::string CopyInto(const std::string& path) {
 
 }  // namespace
 
-bool RefreshRemovesAnybody() {
+RefreshPreview PreviewRefresh() {
   std::vector<std::shared_ptr<RoleUser>> users;
   std::vector<std::shared_ptr<RoleGroup>> groups;
   std::vector<Uids> members;
@@ -92,13 +99,13 @@ bool RefreshRemovesAnybody() {
       members.push_back(UidsOf(stored));
     }
   }
-  for (const auto& user : users) {
-    if (UidIsGone(user->getUid())) return true;
-  }
+  RefreshPreview preview;
+  for (const auto& user : users) PreviewUser(*user, preview);
   for (std::size_t i = 0; i < groups.size(); ++i) {
-    if (GidIsGone(groups[i]->getGid()) || LosesMember(*groups[i], members[i])) return true;
+    PreviewGroup(*groups[i], preview);
+    preview.removes = preview.removes || LosesMember(*groups[i], members[i]);
   }
-  return false;
+  return preview;
 }
 
 std::string KeepCopy(const std::string& database) {

@@ -119,7 +119,12 @@ void Session::Confirm(const std::string& action, const std::string& effect) cons
 
 std::string Session::Refresh() {
   const NIMBOAccountScope accounts(NIMBOAccountScope::kEnumerate);  // the same answers for both steps
-  const std::string copy = RefreshRemovesAnybody() ? KeepCopy(DatabasePath()) : "";
+  const RefreshPreview preview = PreviewRefresh();
+  if (!preview.renames.empty()) {
+    Confirm("a refresh with accounts of another name",
+            Joined(preview.renames, "\n") + "\nwho has the id keeps all that was assigned under the old name");
+  }
+  const std::string copy = preview.removes || !preview.renames.empty() ? KeepCopy(DatabasePath()) : "";
   if (DelegationRefresh()) return copy;
   if (!Logged(kOutageLine)) throw Exit(errors::kRefresh, "the refresh from the host failed");
   throw Exit(errors::kOutage,
