@@ -70,10 +70,12 @@ Outcome InWriteScope(Sweep sweep, Body body) {
 }
 
 // Announces the database to the cluster, behind the commit. Inside a scope of the caller's there is nothing to announce
-// yet: then it is the caller who does, once.
+// yet: then it is the caller who does, once. An exception is a failed announcement: the change is stored all the same.
 bool Announce() {
-  RoleDBHandler* pinned = nullptr;
-  return RoleDBScope::Pinned(pinned) || DelegationCalculator().Trigger();
+  return Guarded(false, [] {
+    RoleDBHandler* pinned = nullptr;
+    return RoleDBScope::Pinned(pinned) || DelegationCalculator().Trigger();
+  });
 }
 
 // ---- Documents ----

@@ -4,6 +4,8 @@
 #include <sqlite3.h>
 
 #include <boost/lexical_cast.hpp>
+#include <memory>
+#include <new>
 #include <optional>
 #include <string>
 
@@ -13,11 +15,15 @@ namespace NIMBO::QUAYPOST_SERVER {
 
 /// A statement from a template, values through %q inside single quotes. A text that does not fit into 2,048 bytes is
 /// cut, inside a quoted value or before the closing bracket, so SQLite refuses the statement: nothing is ever stored
-/// altered.
+/// altered. Want of memory cuts nothing: it throws std::bad_alloc.
 template <class... Args>
 std::string Sql(CheckedText<std::type_identity_t<Args>...> statement, const Args&... args) {
+  // sqlite3_snprintf needs memory for a longer value and does not say that it found none: it only copies here.
+  const std::unique_ptr<char, decltype(&sqlite3_free)> whole(
+      sqlite3_mprintf(statement.text, text_detail::Argument(args)...), &sqlite3_free);
+  if (!whole) throw std::bad_alloc();
   char text[2048];
-  sqlite3_snprintf(sizeof text, text, statement.text, text_detail::Argument(args)...);
+  sqlite3_snprintf(sizeof text, text, "%s", whole.get());
   return text;
 }
 

@@ -134,9 +134,9 @@ bool RoleDBHandler::Open() {
 
   int moved = 1;
   sqlite3_file_control(db_, "main", SQLITE_FCNTL_HAS_MOVED, &moved);
-  if (moved != 0) return Fail("database file %s was replaced while it was opened", path_);
   device_ = file.st_dev;
   inode_ = file.st_ino;
+  if (moved != 0 || !IsSameFile()) return Fail("database file %s was replaced while it was opened", path_);
   KnownPaths().insert({path_, resolved});
   // Pages must not be written before COMMIT: that would take the exclusive lock and shut readers out until then.
   return Exec("pragma cache_spill = off") == SQLITE_OK;

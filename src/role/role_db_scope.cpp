@@ -3,6 +3,8 @@
 
 #include <unistd.h>
 
+#include "base/log.h"
+
 namespace NIMBO::QUAYPOST_SERVER {
 
 namespace {
@@ -33,11 +35,12 @@ RoleDBScope::RoleDBScope(RoleDBHandler* handle, Kind kind) : outer_(innermost_),
 
 RoleDBScope::~RoleDBScope() { Rollback(); }
 
-RoleDBScope::State RoleDBScope::Begin(Kind kind) const {
+RoleDBScope::State RoleDBScope::Begin(Kind kind) {
   const RoleDBScope* enclosing = outer_;
   while (enclosing && enclosing->handle_ != handle_) enclosing = enclosing->outer_;
   if (!enclosing) {
     if (kind == kStep) return State::kInactive;
+    writes_ = kind == kWrite;
     if (!handle_ || !handle_->db_ || handle_->pid_ != pid_) return State::kRefused;
     const char* begin = kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN";
     const bool idle = sqlite3_get_autocommit(handle_->db_) != 0;
@@ -46,7 +49,12 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) const {
     return State::kRefused;
   }
   if (!enclosing->Usable()) return State::kRefused;
+  writes_ = enclosing->writes_;
   if (kind == kRead) return State::kJoined;
+  if (!writes_) {
+    LogError("a change inside a scope that only reads is refused");
+    return State::kRefused;
+  }
   return handle_->Exec("SAVEPOINT scope") == SQLITE_OK ? State::kSavepoint : State::kRefused;
 }
 

@@ -23,7 +23,7 @@ class MAILSERVER_EXPORT RoleDBScope {
  public:
   enum Kind {
     kRead,   ///< one snapshot for all reads; inside another scope: part of it
-    kWrite,  ///< BEGIN IMMEDIATE; inside another scope: a savepoint
+    kWrite,  ///< BEGIN IMMEDIATE; inside another scope: a savepoint, refused if that one only reads
     kStep,   ///< inside a scope a savepoint; otherwise nothing at all
   };
 
@@ -43,9 +43,6 @@ class MAILSERVER_EXPORT RoleDBScope {
 
   /// Undoes the work of this scope.
   void Rollback();
-
-  /// Whether a failure of the environment was noted since the scope began.
-  bool EnvironmentFailed() const { return environmentFailed_; }
 
   /// Whether a scope exists in this process; `handle` becomes its handle, or null when there is no database in it.
   static bool Pinned(RoleDBHandler*& handle);
@@ -75,7 +72,7 @@ class MAILSERVER_EXPORT RoleDBScope {
   /// Whether there is a scope on `handle`.
   static bool IsOn(const RoleDBHandler* handle);
 
-  State Begin(Kind kind) const;
+  State Begin(Kind kind);
   bool InTransaction() const;
   void End();
 
@@ -85,6 +82,7 @@ class MAILSERVER_EXPORT RoleDBScope {
   RoleDBHandler* const handle_;
   const pid_t pid_;
   State state_ = State::kRefused;
+  bool writes_ = false;  ///< the transaction holds the write lock
   bool environmentFailed_ = false;
 };
 

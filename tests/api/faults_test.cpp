@@ -232,6 +232,16 @@ TEST(ApiFaultsTest, AnExceptionBecomesTheFailureValue) {
   }
 }
 
+TEST(ApiFaultsTest, AnExceptionOfTheAnnouncementIsAFailedAnnouncement) {
+  World world;
+  world.host.onAnnounce = [] { throw std::bad_alloc(); };
+  EXPECT_TRUE(DelegationRefresh());
+  EXPECT_TRUE(world.log.Has("cannot trigger"));
+  EXPECT_FALSE(Update());
+  EXPECT_TRUE(world.log.Has("Trigger fail!!!"));
+  EXPECT_EQ(world.database.Rows("select name from delegation_table where delegationidx = 1"), Lines{"Desk"});
+}
+
 TEST(ApiFaultsTest, AnExceptionInTheMiddleOfAWriteUndoesIt) {
   const World world;
   const Lines before = world.database.Contents();

@@ -1,5 +1,8 @@
 // The four table handlers: what they read, skip, write and refuse.
+#include <sqlite3.h>
+
 #include <map>
+#include <new>
 
 #include "handlers/delegation_db_delegation.h"
 #include "handlers/delegation_db_delegation_entry.h"
@@ -207,6 +210,13 @@ TEST_F(Handlers, FindWhatNothingHoldsAnyMore) {
   EXPECT_FALSE(ofUsers.GetNeedRemoveUser(users, idle));
   EXPECT_TRUE(idle.empty() && log.Has("FindBelongPolicies error"));
   EXPECT_EQ(log.FileOf("sqlite3_step: [1] integer overflow"), "delegation_db_user.cpp");
+}
+
+TEST_F(Handlers, TakeWantOfMemoryForNoOverLongText) {
+  const auto longName = User(2, std::string(100, 'x'));
+  sqlite3_hard_heap_limit64(1);
+  EXPECT_THROW(ofUsers.Create(*longName), std::bad_alloc);
+  sqlite3_hard_heap_limit64(0);
 }
 
 TEST_F(Handlers, RefuseEveryOperationWithoutADatabase) {

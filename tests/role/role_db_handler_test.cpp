@@ -8,6 +8,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <new>
 #include <optional>
 
 #include "model/delegation_delegation.h"
@@ -129,11 +130,26 @@ TEST(Handle, OfAVanishedFileIsGoneUntilTheFileIsBack) {
     LogCapture log;
     EXPECT_EQ(Current(), nullptr);
     EXPECT_EQ(log.Texts(), (Rows{"database file " + database.Path() + " has vanished", "delegation db error"}));
+    DelegationCustomPathDBStrategy otherwise(database.Directory() + "/./delegation.db");
+    EXPECT_EQ(otherwise.GetDelegationDBHandler(), nullptr);
     EXPECT_FALSE(fs::exists(database.Path())) << "from a new file nobody would have anything";
     fs::rename(database.Path() + ".away", database.Path());
     EXPECT_TRUE(StoresUser(Current(), close));
     EXPECT_TRUE(close || Current() == handle);
   }
+}
+
+TEST(Handle, WhoseUpgradeThrewIsNotTakenForOpen) {
+  struct ThrowsOnce : RoleDBHandler {
+    using RoleDBHandler::RoleDBHandler;
+    int _UpgradeDB(int) override { return ++calls == 1 ? throw std::bad_alloc() : 0; }
+    int calls = 0;
+  };
+  TempDatabase database;
+  ThrowsOnce handle(database.Path());
+  EXPECT_THROW(handle.Connect(), std::bad_alloc);
+  EXPECT_TRUE(handle.EnsureCurrent());
+  EXPECT_EQ(handle.calls, 2);
 }
 
 pid_t Fork(const std::function<bool()>& work) {
@@ -217,6 +233,7 @@ TEST(Processes, ForkedInsideATransactionHaveNoDatabase) {
   ASSERT_TRUE(StoresUser(handle, 1));
   LogCapture log;
   const auto hasNone = [&] {
+    if (DelegationCustomPathDBStrategy(database.Path()).GetDelegationDBHandler()) return false;
     if (Current() || scope->Usable() || StoresUser(handle, 2) || scope->Commit()) return false;
     scope.reset();
     const bool refused = !Current() && !StoresUser(handle, 3);
@@ -233,11 +250,14 @@ TEST(Processes, ForkedInsideATransactionHaveNoDatabase) {
 
 // The parent's close would remove the log that the child writes to.
 TEST(Processes, ForkedWithAWriteAheadLogOpenHaveNoDatabase) {
-  TempDatabase database;
-  database.Exec("pragma journal_mode = wal");
-  ASSERT_TRUE(StoresUser(Current(), 1));
-  EXPECT_TRUE(Succeeded(Fork([] { return !Current(); })));
-  EXPECT_TRUE(StoresUser(Current(), 2));
+  for (const bool switchedWhileOpen : {false, true}) {
+    TempDatabase database;
+    EXPECT_TRUE(!switchedWhileOpen || StoresUser(Current(), 0));
+    database.Exec("pragma journal_mode = wal");
+    ASSERT_TRUE(StoresUser(Current(), 1));
+    EXPECT_TRUE(Succeeded(Fork([] { return !Current(); })));
+    EXPECT_TRUE(StoresUser(Current(), 2));
+  }
 }
 
 }  // namespace

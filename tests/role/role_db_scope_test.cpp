@@ -89,6 +89,7 @@ TEST_F(Scope, OfReadsIsOneSnapshot) {
   EXPECT_FALSE(user.IsExist());
   database_.Exec("insert into user_table values (1, 'ann')");
   EXPECT_FALSE(user.IsExist());
+  EXPECT_FALSE(StoresUser(2)) << "it would be lost with the snapshot";
   EXPECT_TRUE(scope.Commit());
   EXPECT_TRUE(user.IsExist());
 }
@@ -112,6 +113,29 @@ TEST_F(Scope, OfABatchStoresAllOfItOrNothing) {
   EXPECT_NE(handle_->ExeCmds(cmds, true), 0);
   EXPECT_TRUE(scope.Commit());
   EXPECT_EQ(Uids(), Rows{"2"});
+}
+
+TEST_F(Scope, WhoseTransactionIsGoneStoresNothingMore) {
+  RoleSQLCmd cmds;
+  cmds.Add("insert into user_table values (1, 'ann')");
+  RoleDBScope scope(handle_, RoleDBScope::kWrite);
+  sqlite3_exec(handle_->GetDB(), "rollback", nullptr, nullptr, nullptr);  // as SQLite itself does after some errors
+  EXPECT_TRUE(handle_->ExeCmds(cmds, true) != 0 && handle_->ExeCmds(cmds, false) != 0 && !scope.Commit());
+  EXPECT_EQ(Uids(), Rows{});
+}
+
+TEST_F(Scope, MayEndBeforeTheOnesInsideItAndKeepsItsHandleOpen) {
+  {
+    RoleDBScope outer(handle_, RoleDBScope::kWrite);
+    RoleDBScope inner(handle_, RoleDBScope::kWrite);
+    EXPECT_TRUE(StoresUser(1));
+    DelegationDBHandler::CloseDelegationDBHandler();
+    EXPECT_TRUE(outer.Commit());
+    EXPECT_FALSE(StoresUser(2) || inner.Commit());
+  }
+  RoleDBHandler* pinned = nullptr;
+  EXPECT_FALSE(RoleDBScope::Pinned(pinned));
+  EXPECT_EQ(Uids(), Rows{"1"});
 }
 
 TEST_F(Scope, ThatCannotBeginLeavesItsWorkWithoutADatabase) {
