@@ -62,9 +62,12 @@ inline HostAnswer FindHostGroup(unsigned int gid, HostGroup& group) {
 
 /// Appends the names of a group's members to `names`, which the call may exchange.
 inline HostAnswer ListHostMembers(const char* group, HostNames& names) {
-  NBLIBSZLIST* list = names.release();
+  NBLIBSZLIST* list = names.get();
   const int status = NIMBOGroupListMember(group, &list);
-  names.reset(list);
+  if (list != names.get()) {
+    static_cast<void>(names.release());  // exchanged: the call has freed it
+    names.reset(list);
+  }
   return Interpret(status);
 }
 

@@ -68,10 +68,18 @@ bool RoleDBScope::Usable() const {
   return state_ != State::kRefused && state_ != State::kEnded && InTransaction();
 }
 
+// Whether the COMMIT that has just failed has stored everything and only could not give the locks back. They go with
+// the connection then.
+bool RoleDBScope::IsKeptWithLocks() {
+  if (!handle_->db_ || sqlite3_extended_errcode(handle_->db_) != SQLITE_IOERR_UNLOCK) return false;
+  handle_->Close();
+  return true;
+}
+
 bool RoleDBScope::Commit() {
   bool kept = Usable() && !environmentFailed_;
   if (kept && state_ == State::kSavepoint) kept = handle_->Exec("RELEASE scope") == SQLITE_OK;
-  if (kept && state_ == State::kTransaction) kept = handle_->Exec("COMMIT") == SQLITE_OK;
+  if (kept && state_ == State::kTransaction) kept = handle_->Exec("COMMIT") == SQLITE_OK || IsKeptWithLocks();
   if (!kept) {
     Rollback();
     return false;

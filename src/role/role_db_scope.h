@@ -74,6 +74,7 @@ class MAILSERVER_EXPORT RoleDBScope {
 
   State Begin(Kind kind);
   bool InTransaction() const;
+  bool IsKeptWithLocks();
   void End();
 
   static RoleDBScope* innermost_;

@@ -62,9 +62,11 @@ TEST_P(AccountsTest, AreFoundByNameAndIdOrDefinitelyNot) {
 }
 
 TEST_P(AccountsTest, TheIdThatNobodyHasNeverResolvesAndNisMarksAreNoAccounts) {
-  WriteAccounts("max:x:4294967295:100:::\nbob:x:1002:100:::\n", "users:x:100:max\nmax:x:4294967295:bob\n");
+  WriteAccounts("max:x:4294967295:100:::\nmax:x:1003:100:::\nbob:x:1002:100:::\n",
+                "users:x:100:max\nmax:x:4294967295:bob\n");
   NIMBOGROUP* group = nullptr;
   EXPECT_EQ(User("max"), kNotFound);
+  EXPECT_EQ(Enumerated(), Names{"bob"});  // as a lookup, the enumeration goes by a name's first line
   EXPECT_EQ(User(4294967295U), kNotFound);
   EXPECT_EQ(NIMBOGroupGet("max", &group), NIMBO_NOT_FOUND);
   EXPECT_EQ(NIMBOGroupGetByGID(4294967295U, &group), NIMBO_NOT_FOUND);

@@ -76,10 +76,10 @@ const Answer<std::vector<unsigned int>>& AccountMemory::ListGroupsOf(const Accou
 const Answer<std::vector<Account>>& AccountMemory::ListUsers() {
   if (all_users_) return *all_users_;
   auto answer = source_->ListUsers();
-  // As the host looks them up, the first of several lines for one name or uid counts.
+  // As the host looks them up, the first of several lines for one name or uid counts: also one that is no account.
   std::unordered_set<std::string> names;
   std::erase_if(answer.value,
-                [&](const Account& account) { return !IsAccount(account) || !names.insert(account.name).second; });
+                [&](const Account& account) { return !names.insert(account.name).second || !IsAccount(account); });
   for (const Account& account : answer.value) {
     users_by_name_.emplace(account.name, Answer<Account>{NIMBO_OK, account});
     users_by_uid_.emplace(account.uid, Answer<Account>{NIMBO_OK, account});
