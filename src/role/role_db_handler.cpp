@@ -64,7 +64,9 @@ class FileLock {
       : fd_(open(path.c_str(), O_CREAT | O_RDONLY | O_NOFOLLOW | O_CLOEXEC, 0640)) {
     using std::chrono::milliseconds, std::chrono::steady_clock;
     const auto deadline = steady_clock::now() + milliseconds(timeoutMilliseconds);
-    while (fd_ >= 0 && !(held_ = flock(fd_, LOCK_EX | LOCK_NB) == 0) && steady_clock::now() < deadline) {
+    while (fd_ >= 0) {
+      held_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;
+      if (held_ || steady_clock::now() >= deadline) break;
       std::this_thread::sleep_for(milliseconds(5));
     }
     if (!held_) LogError("cannot lock %s: %s", path, std::strerror(errno));

@@ -87,6 +87,7 @@ struct Fault {
   FakeHost::Function lookup;
   Texts said;
 };
+void PrintTo(const Fault& fault, std::ostream* out) { *out << fault.said.front(); }
 
 class Refresh : public Calculator, public ::testing::WithParamInterface<Fault> {};
 

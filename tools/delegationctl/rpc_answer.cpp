@@ -1,0 +1,194 @@
+// JSON-RPC 2.0 over the exported functions: a table of them, and what a request becomes.
+#include "rpc_answer.h"
+
+#include <string_view>
+
+#include "api/delegation_api.h"
+#include "role/role_user.h"
+#include "strict_json.h"
+
+namespace delegationctl {
+
+using namespace NIMBO::QUAYPOST_SERVER;
+
+namespace {
+
+constexpr int kDeepest = 200;
+
+enum RpcError {
+  kParseError = -32700,
+  kInvalidRequest = -32600,
+  kMethodNotFound = -32601,
+  kInvalidParams = -32602,
+  kInternalError = -32603
+};
+
+Json::Value Result(Json::Value returned) {
+  Json::Value result;
+  result["return"] = std::move(returned);
+  return result;
+}
+
+Json::Value Result(Json::Value returned, Json::Value out) {
+  Json::Value result = Result(std::move(returned));
+  result["out"] = std::move(out);
+  return result;
+}
+
+template <bool (*function)(Json::Value, Json::Value&)>
+Json::Value CallWithFilter(Json::Value& params) {
+  Json::Value out;
+  const bool returned = function(params[0], out);
+  return Result(returned, out);
+}
+
+template <bool (*function)(std::string, Json::Value&)>
+Json::Value CallWithText(Json::Value& params) {
+  Json::Value out;
+  const bool returned = function(params[0].asString(), out);
+  return Result(returned, out);
+}
+
+template <bool (*function)(Json::Value&)>
+Json::Value CallWithDocument(Json::Value& params) {
+  return Result(function(params[0]));
+}
+
+Json::Value CallDefaultEntries(Json::Value&) {
+  Json::Value out;
+  const bool returned = DelegationDelegationDefaultEntriesGet(out);
+  return Result(returned, out);
+}
+
+Json::Value CallDefaultEntry(Json::Value& params) {
+  std::string data;
+  const bool returned = DelegationDefaultDelegationEntryGet(params[0].asString(), data);
+  return Result(returned, data);
+}
+
+Json::Value CallCreate(Json::Value& params) {
+  int id = -1;
+  const bool returned = DelegationDelegationCreate(params[0], id);
+  return Result(returned, id);
+}
+
+Json::Value CallUpdateSingle(Json::Value& params) {
+  std::vector<std::shared_ptr<RoleUser>> users;
+  const bool returned = DelegationDelegationUpdateImpFromSingle(params[0], users);
+  Json::Value out(Json::arrayValue);
+  for (const auto& user : users) RoleUser::ToJson(*user, out.append(Json::objectValue));
+  return Result(returned, out);
+}
+
+Json::Value CallAllDomain(Json::Value& params) {
+  return Result(DelegationUserHasAllDomainDelegations(params[0].asUInt()));
+}
+
+Json::Value CallAllow(Json::Value& params) {
+  return Result(DelegationUserAllowWebapi(params[0].asString(), params[1].asString()));
+}
+
+Json::Value CallRefresh(Json::Value&) { return Result(DelegationRefresh()); }
+
+struct Function {
+  std::string_view name;
+  std::string_view params;  // one letter for each: j any JSON, s text, u unsigned 32-bit integer
+  Json::Value (*call)(Json::Value& params);
+};
+
+constexpr Function kFunctions[] = {
+    {"DelegationDelegationList", "j", CallWithFilter<DelegationDelegationList>},
+    {"DelegationDelegationEntryAllList", "s", CallWithText<DelegationDelegationEntryAllList>},
+    {"DelegationDelegationDefaultEntriesGet", "", CallDefaultEntries},
+    {"DelegationDefaultDelegationEntryGet", "s", CallDefaultEntry},
+    {"DelegationDelegationCreate", "j", CallCreate},
+    {"DelegationDelegationUpdate", "j", CallWithDocument<DelegationDelegationUpdate>},
+    {"DelegationDelegationUpdateImpFromSingle", "j", CallUpdateSingle},
+    {"DelegationDelegationDelete", "j", CallWithDocument<DelegationDelegationDelete>},
+    {"DelegationUserDelegationEntriesGet", "s", CallWithText<DelegationUserDelegationEntriesGet>},
+    {"DelegationUserHasAllDomainDelegations", "u", CallAllDomain},
+    {"DelegationUserAllowWebapi", "ss", CallAllow},
+    {"DelegationRefresh", "", CallRefresh},
+    {"DelegationUserList", "j", CallWithFilter<DelegationUserList>},
+    {"DelegationUserGroupDelegationInfoList", "j", CallWithFilter<DelegationUserGroupDelegationInfoList>},
+};
+
+bool Fits(const Json::Value& value, char kind) {
+  if (kind == 's') return value.isString();
+  const bool integer = value.type() == Json::intValue || value.type() == Json::uintValue;
+  return kind == 'j' || (integer && value.isUInt());
+}
+
+bool Fit(const Json::Value& params, std::string_view kinds) {
+  if (!params.isArray() || params.size() != kinds.size()) return false;
+  for (Json::ArrayIndex i = 0; i < params.size(); ++i) {
+    if (!Fits(params[i], kinds[i])) return false;
+  }
+  return true;
+}
+
+Json::Value Response(const Json::Value& id) {
+  Json::Value response;
+  response["jsonrpc"] = "2.0";
+  response["id"] = id;
+  return response;
+}
+
+Json::Value ErrorResponse(RpcError code, const char* message, const Json::Value& id = Json::Value()) {
+  Json::Value response = Response(id);
+  response["error"]["code"] = code;
+  response["error"]["message"] = message;
+  return response;
+}
+
+Json::Value Call(const Json::Value& request, const Json::Value& id) {
+  const std::string method = request["method"].asString();
+  for (const Function& function : kFunctions) {
+    if (function.name != method) continue;
+    Json::Value params = request.get("params", Json::arrayValue);
+    if (!Fit(params, function.params)) return ErrorResponse(kInvalidParams, "Invalid params", id);
+    try {
+      Json::Value response = Response(id);
+      response["result"] = function.call(params);
+      return response;
+    } catch (const std::exception&) {
+      return ErrorResponse(kInternalError, "Internal error", id);
+    }
+  }
+  return ErrorResponse(kMethodNotFound, "Method not found", id);
+}
+
+bool IsRequest(const Json::Value& request) {
+  if (!request.isObject() || request["jsonrpc"] != "2.0" || !request["method"].isString()) return false;
+  const Json::Value& id = request["id"];
+  const bool idFits = id.isNull() || id.isString() || (id.isNumeric() && !id.isBool());
+  const bool paramsFit = !request.isMember("params") || request["params"].isArray() || request["params"].isObject();
+  return idFits && paramsFit;
+}
+
+// The response to one request; nothing for a notification.
+std::optional<Json::Value> Handle(const Json::Value& request) {
+  if (!IsRequest(request)) return ErrorResponse(kInvalidRequest, "Invalid Request");
+  Json::Value response = Call(request, request["id"]);
+  if (!request.isMember("id")) return std::nullopt;
+  return response;
+}
+
+}  // namespace
+
+Json::Value ParseErrorAnswer() { return ErrorResponse(kParseError, "Parse error"); }
+
+std::optional<Json::Value> AnswerTo(const std::string& line) {
+  const std::optional<Json::Value> parsed = ParseStrictJson(line, kDeepest);
+  if (!parsed) return ParseErrorAnswer();
+  if (!parsed->isArray()) return Handle(*parsed);
+  if (parsed->empty()) return ErrorResponse(kInvalidRequest, "Invalid Request");
+  Json::Value responses(Json::arrayValue);
+  for (const Json::Value& request : *parsed) {
+    if (std::optional<Json::Value> response = Handle(request)) responses.append(*std::move(response));
+  }
+  if (responses.empty()) return std::nullopt;
+  return responses;
+}
+
+}  // namespace delegationctl
