@@ -354,18 +354,11 @@ bool DeleteDelegations(const Json::Value& in, bool& recalculated) {
 
 // ---- Access ----
 
-bool EnabledTabs(const std::string& name, Json::Value& out) {
-  out = Json::nullValue;
+// The tabs that are switched on for a user; none also when they could not be read.
+bool EnabledTabs(const std::string& name, std::vector<std::string>& tabs) {
   DelegationUser user;
   if (!RoleUser::FromShortUsername(name, user)) return Fail("Cannot get from %s", name);
-  Json::Value tabs = Json::arrayValue;
-  Records<RoleRoleEntry> entries;
-  if (user.FindRealBelongPolicyEntries(entries) == kFound) {
-    for (const auto& entry : entries) {
-      if (entry->getData() == "true") tabs.append(entry->getType());
-    }
-  }
-  out["enable_tabs"] = tabs;
+  if (user.FindEnabledTypes(tabs) != kFound) tabs.clear();
   return true;
 }
 
@@ -527,7 +520,15 @@ bool GetDelegationUsers(DelegationCustomDelegation& delegation, std::vector<std:
 // ---- Access ----
 
 bool DelegationUserDelegationEntriesGet(std::string user, Json::Value& out) {
-  return Guarded(false, [&] { return InReadScope([&] { return EnabledTabs(user, out); }); });
+  return Guarded(false, [&] {
+    out = Json::nullValue;
+    std::vector<std::string> tabs;
+    if (!InReadScope([&] { return EnabledTabs(user, tabs); })) return false;
+    Json::Value enabled = Json::arrayValue;
+    for (std::string& tab : tabs) enabled.append(std::move(tab));
+    out["enable_tabs"] = std::move(enabled);
+    return true;
+  });
 }
 
 bool DelegationUserHasAllDomainDelegations(unsigned int uid) {
@@ -537,11 +538,9 @@ bool DelegationUserHasAllDomainDelegations(unsigned int uid) {
                                    "all_domain_autobcc", "all_domain_quota",      "all_domain_disclaimer"};
     DelegationUser user;
     if (!RoleUser::FromID(uid, user)) return Fail("Cannot get from uid[%u]", uid);
-    Records<RoleRoleEntry> entries;
-    if (user.FindRealBelongPolicyEntries(entries) != kFound) return false;
-    return std::any_of(entries.begin(), entries.end(), [](const auto& entry) {
-      return entry->getData() == "true" && kAllDomainTypes.contains(entry->getType());
-    });
+    std::vector<std::string> tabs;
+    if (user.FindEnabledTypes(tabs) != kFound) return false;
+    return std::any_of(tabs.begin(), tabs.end(), [](const auto& tab) { return kAllDomainTypes.contains(tab); });
   };
   return Guarded(false, [&] { return InReadScope(holdsOne); });
 }
@@ -559,16 +558,15 @@ int DelegationUserAllowWebapi(std::string user, std::string webapi) {
     if (administrator < 0) return FailLookup("found admin group fail");
     if (administrator == 1) return kAllowed;
 
-    Json::Value enabled;
-    if (!InReadScope([&] { return EnabledTabs(user, enabled); })) return FailLookup("Cannot get the policy error");
+    std::vector<std::string> tabs;
+    if (!InReadScope([&] { return EnabledTabs(user, tabs); })) return FailLookup("Cannot get the policy error");
     const auto* table = Tab2WebapiTable();
     if (!table) return FailLookup("Cannot DelegationTab2WebapiSetGet");
-    enabled["enable_tabs"].append("_allow_webapi_");
-    enabled["enable_tabs"].append("personal");
+    tabs.insert(tabs.end(), {"_allow_webapi_", "personal"});
     bool allowed = false;
-    for (const Json::Value& tab : enabled["enable_tabs"]) {  // to the last: one unknown tab fails the whole check
-      const auto methods = table->find(tab.asString());
-      if (methods == table->end()) return FailLookup("cannot find the tabs [%s]", tab.asString());
+    for (const std::string& tab : tabs) {  // to the last: one unknown tab fails the whole check
+      const auto methods = table->find(tab);
+      if (methods == table->end()) return FailLookup("cannot find the tabs [%s]", tab);
       allowed = allowed || methods->second.contains(webapi);
     }
     return allowed ? kAllowed : kNotAllowed;

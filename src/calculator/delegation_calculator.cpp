@@ -2,9 +2,13 @@
 #include "calculator/delegation_calculator.h"
 
 #include <algorithm>
+#include <limits>
+#include <typeinfo>
+#include <unordered_map>
 
 #include "base/log.h"
 #include "handlers/delegation_db_delegation.h"
+#include "handlers/delegation_db_group.h"
 #include "model/delegation_default_delegation.h"
 #include "model/delegation_default_delegation_entry.h"
 #include "model/delegation_delegation.h"
@@ -16,14 +20,36 @@
 
 namespace NIMBO::QUAYPOST_SERVER {
 
-int DelegationCalculator::FindHighestPriorityDelegation(RoleUser& user, std::shared_ptr<RoleRole>& out) {
+namespace {
+
+// What the groups give that were asked, for the length of one calculation. A record of a caller's own kind is asked
+// each time.
+class GroupPolicies {
+ public:
+  int Find(RoleGroup& group, std::vector<std::shared_ptr<RoleRole>>& policies) {
+    if (typeid(group) != typeid(DelegationGroup)) return group.FindBelongPolicies(policies);
+    const auto known = known_.find(group.getGid());
+    if (known != known_.end()) {
+      policies = known->second;
+      return kFound;
+    }
+    const int found = group.FindBelongPolicies(policies);
+    if (found != kError) known_.emplace(group.getGid(), policies);
+    return found;
+  }
+
+ private:
+  std::unordered_map<unsigned int, std::vector<std::shared_ptr<RoleRole>>> known_;
+};
+
+int FindHighest(RoleUser& user, GroupPolicies& groupPolicies, std::shared_ptr<RoleRole>& out) {
   std::vector<std::shared_ptr<RoleRole>> candidates;
   if (user.FindBelongPolicies(candidates) == kError) return kError;
   std::vector<std::shared_ptr<RoleGroup>> groups;
   if (user.FindBelongGroups(groups) == kError) return kError;
   for (const auto& group : groups) {
     std::vector<std::shared_ptr<RoleRole>> inherited;
-    if (group->FindBelongPolicies(inherited) == kError) return kError;
+    if (groupPolicies.Find(*group, inherited) == kError) return kError;
     candidates.insert(candidates.end(), inherited.begin(), inherited.end());
   }
   if (candidates.empty()) return kNothing;
@@ -34,6 +60,13 @@ int DelegationCalculator::FindHighestPriorityDelegation(RoleUser& user, std::sha
   return kFound;
 }
 
+}  // namespace
+
+int DelegationCalculator::FindHighestPriorityDelegation(RoleUser& user, std::shared_ptr<RoleRole>& out) {
+  GroupPolicies groupPolicies;
+  return FindHighest(user, groupPolicies, out);
+}
+
 bool DelegationCalculator::CalculateUser(std::vector<std::shared_ptr<RoleUser>>& users) {
   for (std::size_t i = 0; i < users.size(); ++i) {
     if (!users[i]->IsValid()) {
@@ -41,9 +74,10 @@ bool DelegationCalculator::CalculateUser(std::vector<std::shared_ptr<RoleUser>>&
     }
   }
   DelegationDefaultDelegation defaultDelegation;
+  GroupPolicies groupPolicies;
   for (const auto& user : users) {
     std::shared_ptr<RoleRole> best;
-    const int found = FindHighestPriorityDelegation(*user, best);
+    const int found = FindHighest(*user, groupPolicies, best);
     if (found == kError) return Fail("Cannot find the highest delegation");
     if (found == kNothing) {
       if (!defaultDelegation.AssignPolicyToUserReal(*user)) return Fail("default AssignDelegation to user fail");
@@ -97,10 +131,63 @@ bool DelegationCalculator::_RefreshUsers() {
   return true;
 }
 
+namespace {
+
+// Tells of group after group whether its refresh would only store again what is stored. A refresh takes out all members
+// and stores those that the host has, behind everything else; so a membership stays where it is when it stands behind
+// its user's memberships in the groups before. (Of equal priorities the one of the first membership counts.)
+class SettledGroups {
+ public:
+  bool Contains(RoleGroup& group) {
+    HostGroup hostGroup;
+    Names members;
+    all_known_ = all_known_ && ReadHost(group, hostGroup, members);
+    if (!all_known_) return false;  // where its members come to stand is not known to the groups behind it either
+    if (hostGroup->szName == group.getGroupname() && IsStored(group, members)) return true;
+    for (const auto& [uid, name] : members) last_row_[uid] = std::numeric_limits<long long>::max();
+    return false;
+  }
+
+ private:
+  using Names = std::unordered_map<unsigned int, std::string>;
+
+  // False also when two members have one uid.
+  static bool ReadHost(RoleGroup& group, HostGroup& hostGroup, Names& members) {
+    HostNames names(NBLIBCSzListAlloc(0));
+    if (!names || FindHostGroup(group.getGid(), hostGroup) != HostAnswer::kFound) return false;
+    if (ListHostMembers(hostGroup->szName, names) != HostAnswer::kFound) return false;
+    const int count = NBLIBCSzListCount(names.get());
+    for (int i = 0; i < count; ++i) {
+      HostUser member;
+      if (FindHostUser(NBLIBCSzListGet(names.get(), i), member) != HostAnswer::kFound) return false;
+      members[member->uid] = member->szName;
+    }
+    return members.size() == static_cast<std::size_t>(count);
+  }
+
+  bool IsStored(RoleGroup& group, const Names& members) {
+    std::vector<DelegationGroupDBHandler::Membership> stored;
+    if (!DelegationGroupDBHandler().ListMemberships(group, stored) || stored.size() != members.size()) return false;
+    for (const auto& [row, uid, username] : stored) {
+      const auto member = members.find(uid);
+      if (member == members.end() || member->second != username || row < last_row_[uid]) return false;
+    }
+    for (const auto& membership : stored) last_row_[membership.uid] = membership.row;
+    return true;
+  }
+
+  bool all_known_ = true;
+  std::unordered_map<unsigned int, long long> last_row_;  // of each user's memberships in the groups so far
+};
+
+}  // namespace
+
 bool DelegationCalculator::_RefreshGroups() {
   std::vector<std::shared_ptr<RoleGroup>> groups;
   if (!DelegationGroup::List(Json::nullValue, groups)) return Fail("Delegation groups List fail");
+  SettledGroups settled;
   for (std::size_t i = 0; i < groups.size(); ++i) {
+    if (settled.Contains(*groups[i])) continue;
     if (!groups[i]->Refresh()) {
       return Fail("groups[%lu] (%i, %s) refresh fail", i, groups[i]->getGid(), groups[i]->getGroupname());
     }

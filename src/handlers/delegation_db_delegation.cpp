@@ -6,6 +6,10 @@
 
 namespace NIMBO::QUAYPOST_SERVER {
 
+namespace {
+constexpr const char* kRealTable = "user2delegation_real_table";
+}
+
 DelegationDelegationDBHandler::DelegationDelegationDBHandler() = default;
 DelegationDelegationDBHandler::~DelegationDelegationDBHandler() = default;
 
@@ -115,7 +119,7 @@ bool DelegationDelegationDBHandler::AssignPolicyToUserNormal(RoleRole& role,
 bool DelegationDelegationDBHandler::AssignPolicyToUserReal(RoleRole& role,
                                                            std::vector<std::shared_ptr<RoleUser>>& users) {
   if (!role.IsValid()) return Fail("Wrong parameter");
-  return _AssignPolicyToUserImp(role, users, "user2delegation_real_table");
+  return _AssignPolicyToUserImp(role, users, kRealTable);
 }
 
 bool DelegationDelegationDBHandler::_AssignPolicyToUserImp(RoleRole& role,
@@ -123,10 +127,16 @@ bool DelegationDelegationDBHandler::_AssignPolicyToUserImp(RoleRole& role,
                                                            std::string table) {
   RoleDBHandler* db = Usable(getRoleDBHandler(), status_);
   if (!db) return false;
+  const std::string idx = Decimal(role.getPolicyIdx());
   RoleSQLCmd cmds;
   for (const auto& user : users) {
-    cmds.Add(Sql("insert or replace into  %q (uid, delegationidx) values ('%q', '%q');", table, Decimal(user->getUid()),
-                 Decimal(role.getPolicyIdx())));
+    const std::string uid = Decimal(user->getUid());
+    // A user has one row in the table of effective ones: who holds the delegation already keeps it as it is.
+    if (table == kRealTable &&
+        ReadsOne(*db, Sql("select EXISTS (select 1 FROM %q WHERE uid='%q' and delegationidx='%q')", table, uid, idx))) {
+      continue;
+    }
+    cmds.Add(Sql("insert or replace into  %q (uid, delegationidx) values ('%q', '%q');", table, uid, idx));
   }
   return Run(*db, cmds) || Fail("fail to delete to delegation_table");
 }
@@ -159,7 +169,7 @@ bool DelegationDelegationDBHandler::UnassignPolicyToUserReal(RoleRole& role,
       LogError("Error uses is invalid");
       continue;
     }
-    cmds.Add(Sql("DELETE FROM %q WHERE uid='%q'", "user2delegation_real_table", Decimal(user->getUid())));
+    cmds.Add(Sql("DELETE FROM %q WHERE uid='%q'", kRealTable, Decimal(user->getUid())));
   }
   return Run(*db, cmds) || Fail("fail to delete to delegation_table");
 }
@@ -328,14 +338,41 @@ bool DelegationDelegationDBHandler::UnassignPolicyToPolicyEntries(
   return Run(*db, cmds) || Fail("fail to delete to delegation_table");
 }
 
+namespace {
+
+std::string EntriesOf(RoleRole& role) {
+  return "select * from delegation2delegation_entry_view WHERE delegationidx = '" + Decimal(role.getPolicyIdx()) +
+         "'  ORDER BY type ASC";
+}
+
+}  // namespace
+
+bool DelegationDelegationDBHandler::FindEnabledTypes(RoleRole& role, std::vector<std::string>& types) {
+  RoleDBHandler* db = Usable(getRoleDBHandler(), status_);
+  if (!db) return false;
+  if (!role.IsValid()) return Fail("delegation not valid");
+  Query rows(*db, EntriesOf(role));
+  while (rows.Next()) {
+    const auto idx = rows.Int<int>(1);
+    if (!idx) return Fail("convert data error");
+    std::string type = rows.Text(2);
+    const std::string data = rows.Text(3);
+    if (*idx <= 0 || type.empty()) {
+      LogError("DelegationEntry(%s, %s, %s) is not valid", Decimal(*idx), type, data);
+    } else if (data == "true") {
+      types.push_back(std::move(type));
+    }
+  }
+  return rows.Done();
+}
+
 bool DelegationDelegationDBHandler::FindBelongPolicyEntries(RoleRole& role,
                                                             std::vector<std::shared_ptr<RoleRoleEntry>>& entries) {
   RoleDBHandler* db = Usable(getRoleDBHandler(), status_);
   if (!db) return false;
   if (!role.IsValid()) return Fail("delegation not valid");
   entries.clear();
-  Query rows(*db, "select * from delegation2delegation_entry_view WHERE delegationidx = '" +
-                      Decimal(role.getPolicyIdx()) + "'  ORDER BY type ASC");
+  Query rows(*db, EntriesOf(role));
   while (rows.Next()) {
     auto entry = ReadEntry(rows, 1);
     if (!entry) return Fail("convert data error");

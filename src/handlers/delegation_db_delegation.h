@@ -46,6 +46,9 @@ class MAILSERVER_EXPORT DelegationDelegationDBHandler : public PolicyPolicyDBHan
   bool FindBelongPolicyEntries(RoleRole& role, std::vector<std::shared_ptr<RoleRoleEntry>>& entries) override;
   bool RemoveOldLinks(RoleRole& role) override;
 
+  /// Appends the types of the role's entries whose data is "true", in their order, without a record for each row.
+  bool FindEnabledTypes(RoleRole& role, std::vector<std::string>& types);
+
   /// Removes every effective row that no stored assignment supports: neither a direct one nor one through a group of a
   /// stored user. Only takes away.
   bool RemoveUnsupportedReal();

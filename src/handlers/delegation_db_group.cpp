@@ -129,6 +129,22 @@ int DelegationGroupDBHandler::FindBelongUsers(RoleGroup& group, std::vector<std:
   return rows.Done() ? FoundIn(users) : kError;
 }
 
+bool DelegationGroupDBHandler::ListMemberships(RoleGroup& group, std::vector<Membership>& memberships) {
+  RoleDBHandler* db = Usable(getRoleDBHandler(), status_);
+  if (!db) return false;
+  Query rows(*db,
+             "select user2group_table.rowid, user2group_table.uid, user_table.username from user2group_table left join "
+             "user_table on user2group_table.uid = user_table.uid WHERE gid = '" +
+                 Decimal(group.getGid()) + "'");
+  while (rows.Next()) {
+    const auto row = rows.Int<long long>(0);
+    const auto uid = rows.Int<unsigned int>(1);
+    if (!row || !uid) return Fail("convert data error");
+    memberships.push_back({*row, *uid, rows.Text(2)});
+  }
+  return rows.Done();
+}
+
 int DelegationGroupDBHandler::FindBelongPolicies(RoleGroup& group, std::vector<std::shared_ptr<RoleRole>>& policies) {
   RoleDBHandler* db = Usable(getRoleDBHandler(), status_);
   if (!db) return kError;

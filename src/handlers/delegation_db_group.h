@@ -33,6 +33,15 @@ class MAILSERVER_EXPORT DelegationGroupDBHandler : public PolicyGroupDBHandler {
   /// 1: the group record itself decides whether it goes.
   int IsNeedRemoveGroup(RoleGroup& group) override;
   bool RemoveOldLinks(RoleGroup& group) override;
+
+  /// One stored membership: the rowid of its row, and the user; the name is "" when the user is not stored.
+  struct Membership {
+    long long row;
+    unsigned int uid;
+    std::string username;
+  };
+  /// Appends the memberships of a valid group.
+  bool ListMemberships(RoleGroup& group, std::vector<Membership>& memberships);
 };
 
 }  // namespace NIMBO::QUAYPOST_SERVER

@@ -2,6 +2,8 @@
 #include "model/delegation_delegation.h"
 
 #include <map>
+#include <optional>
+#include <typeinfo>
 
 #include "base/log.h"
 #include "handlers/delegation_db_delegation.h"
@@ -111,8 +113,18 @@ bool DelegationCustomDelegation::UnassignPolicyToGroup(RoleGroup& group) {
 // ---- Entries ----
 
 bool DelegationCustomDelegation::SetPolicyEntry(std::vector<std::shared_ptr<RoleRoleEntry>>& entries) {
+  // The stored entries are listed once, unless entries of a caller's own kind come between.
+  std::optional<DelegationDelegationEntry::Indexes> stored;
+  const auto createIfNotFound = [&stored](RoleRoleEntry& entry) {
+    if (typeid(entry) != typeid(DelegationDelegationEntry)) {
+      stored.reset();
+      return RoleCustomEntry::CreateIfNotFound(entry);
+    }
+    if (!stored && !DelegationDelegationEntry::ListIndexes(stored.emplace())) return false;
+    return static_cast<DelegationDelegationEntry&>(entry).CreateIfNotFoundAmong(*stored);
+  };
   for (std::size_t i = 0; i < entries.size(); ++i) {
-    if (!RoleCustomEntry::CreateIfNotFound(*entries[i])) return Fail("CreateIfNotFound %lu fail", i);
+    if (!createIfNotFound(*entries[i])) return Fail("CreateIfNotFound %lu fail", i);
   }
   return GetPolicyDBHandler()->AssignPolicyEntryToPolicy(*this, entries) ||
          Fail("cannot assign delegation to delegation entry");

@@ -24,17 +24,30 @@ std::shared_ptr<PolicyPolicyEntryDBHandler> DelegationDelegationEntry::GetPolicy
 }
 
 bool DelegationDelegationEntry::_CreateIfNotFoundImp() {
-  std::vector<std::shared_ptr<RoleRoleEntry>> stored;
-  if (!List(Json::nullValue, stored)) return Fail("Cannot list delegation entry");
-  for (const auto& entry : stored) {
-    if (entry->getType() != getType() || entry->getData() != getData()) continue;
-    policyEntryIdx(entry->getPolicyEntryIdx());
-    type(entry->getType());
+  Indexes stored;
+  return ListIndexes(stored) && CreateIfNotFoundAmong(stored);
+}
+
+bool DelegationDelegationEntry::ListIndexes(Indexes& stored) {
+  std::vector<std::shared_ptr<RoleRoleEntry>> entries;
+  if (!List(Json::nullValue, entries)) return Fail("Cannot list delegation entry");
+  for (const auto& entry : entries) {
+    stored.try_emplace({entry->getType(), entry->getData()}, entry->getPolicyEntryIdx());
+  }
+  return true;
+}
+
+bool DelegationDelegationEntry::CreateIfNotFoundAmong(Indexes& stored) {
+  const auto key = std::make_pair(getType(), getData());
+  if (const auto found = stored.find(key); found != stored.end()) {
+    policyEntryIdx(found->second);
     return true;
   }
   // The entry may carry the index of a row that was deleted a moment ago; Create takes only one without an index.
   policyEntryIdx(-1);
-  return _CreateImp();
+  if (!_CreateImp()) return false;
+  stored.emplace(key, getPolicyEntryIdx());
+  return true;
 }
 
 bool DelegationDelegationEntry::FromJson(Json::Value& in, RoleRoleEntry& out) {

@@ -3,6 +3,9 @@
 
 #include <json/json.h>
 
+#include <map>
+#include <utility>
+
 #include "role/role_role_entry.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
@@ -20,6 +23,13 @@ class MAILSERVER_EXPORT DelegationDelegationEntry : public RoleCustomEntry {
   std::string getData() override;
   void data(std::string value) override;
   bool _CreateIfNotFoundImp() override;
+
+  /// The stored entries: index by type and data.
+  using Indexes = std::map<std::pair<std::string, std::string>, int>;
+  static bool ListIndexes(Indexes& stored);
+  /// _CreateIfNotFoundImp among entries listed before; what it creates it adds to them.
+  bool CreateIfNotFoundAmong(Indexes& stored);
+
   std::shared_ptr<PolicyPolicyEntryDBHandler> GetPolicyEntryDBHandler() override;
 
   /// Reads {"type", "data", "id"}: the type must be a default type; data is "" and the index -1 where missing.

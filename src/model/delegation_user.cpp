@@ -2,6 +2,7 @@
 #include "model/delegation_user.h"
 
 #include "base/log.h"
+#include "handlers/delegation_db_delegation.h"
 #include "handlers/delegation_db_user.h"
 #include "model/delegation_default_delegation.h"
 #include "role/role_db_scope.h"
@@ -69,13 +70,29 @@ bool DelegationUser::DeleteChain(RoleUser& user) {
   return step.Commit();
 }
 
-int DelegationUser::FindRealBelongPolicyEntries(std::vector<std::shared_ptr<RoleRoleEntry>>& entries) {
+namespace {
+
+int FindRealPolicy(RoleUser& user, std::shared_ptr<RoleRole>& policy) {
   std::vector<std::shared_ptr<RoleRole>> policies;
-  const int found = DelegationUserDBHandler().FindRealBelongPolicies(*this, policies);
+  const int found = DelegationUserDBHandler().FindRealBelongPolicies(user, policies);
   if (found == kError) return FailLookup("Cannot find policyTemp");
-  if (found == kNothing) return kNothing;
+  if (found == kFound) policy = policies.front();
+  return found;
+}
+
+}  // namespace
+
+int DelegationUser::FindRealBelongPolicyEntries(std::vector<std::shared_ptr<RoleRoleEntry>>& entries) {
+  std::shared_ptr<RoleRole> policy;
+  if (const int found = FindRealPolicy(*this, policy); found != kFound) return found;
   entries.clear();
-  return policies.front()->FindBelongPolicyEntries(entries);
+  return policy->FindBelongPolicyEntries(entries);
+}
+
+int DelegationUser::FindEnabledTypes(std::vector<std::string>& types) {
+  std::shared_ptr<RoleRole> policy;
+  if (const int found = FindRealPolicy(*this, policy); found != kFound) return found;
+  return DelegationDelegationDBHandler().FindEnabledTypes(*policy, types) ? kFound : kError;
 }
 
 bool DelegationUser::List(Json::Value filter, std::vector<std::shared_ptr<RoleUser>>& users) {

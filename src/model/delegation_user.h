@@ -35,6 +35,10 @@ class MAILSERVER_EXPORT DelegationUser : public RoleUser {
   /// effect) and `entries` is untouched.
   int FindRealBelongPolicyEntries(std::vector<std::shared_ptr<RoleRoleEntry>>& entries);
 
+  /// The types of those entries that are switched on (data "true"), in their order, without a record for each; appends.
+  /// 0 the effective delegation was read, -1 error, 1 there is none stored.
+  int FindEnabledTypes(std::vector<std::string>& types);
+
   /// Takes the user off its direct delegations, puts it under the default one, takes it out of its groups and deletes
   /// its row; stops at the first failure.
   static bool DeleteChain(RoleUser& user);

@@ -18,6 +18,7 @@
 #include "base/log.h"
 #include "role/role_db_scope.h"
 #include "role/role_query.h"
+#include "role/statements.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
 
@@ -127,8 +128,10 @@ bool RoleDBHandler::Open() {
   if (!IsAcceptable(path_, file)) return false;
 
   pid_ = getpid();
-  lastResult_ = sqlite3_open_v2(resolved.c_str(), &db_, SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW, nullptr);
+  constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX;
+  lastResult_ = sqlite3_open_v2(resolved.c_str(), &db_, kFlags, nullptr);
   if (lastResult_ != SQLITE_OK) return Fail("cannot open database file %s: [%d]", path_, lastResult_);
+  statements_ = std::make_unique<Statements>(db_);
   sqlite3_busy_timeout(db_, busyTimeout_);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_ENABLE_FKEY, 0, nullptr);
   sqlite3_db_config(db_, SQLITE_DBCONFIG_DEFENSIVE, 1, nullptr);
@@ -171,6 +174,7 @@ bool RoleDBHandler::EnsureCurrent() { return (db_ && pid_ == getpid() && IsSameF
 
 void RoleDBHandler::Close() {
   if (db_ && pid_ == getpid()) {
+    statements_.reset();
     sqlite3_close_v2(db_);
   } else if (db_) {
     // The parent's: closing it here could undo the parent's work. With the file it leaves a copy of the parent's locks,
@@ -178,6 +182,7 @@ void RoleDBHandler::Close() {
     const char* log = sqlite3_filename_wal(sqlite3_db_filename(db_, "main"));
     mustExec_ = mustExec_ || access(log, F_OK) == 0 || sqlite3_txn_state(db_, nullptr) != SQLITE_TXN_NONE;
   }
+  static_cast<void>(statements_.release());
   db_ = nullptr;
 }
 
@@ -186,23 +191,43 @@ void RoleDBHandler::SetBusyTimeout(int milliseconds) {
   if (db_) lastResult_ = sqlite3_busy_timeout(db_, milliseconds);
 }
 
+PreparedStatement* RoleDBHandler::Take(const std::string& statement) const {
+  return statements_ ? statements_->Take(statement) : nullptr;
+}
+
 int RoleDBHandler::Exec(const char* statement) {
-  lastResult_ = sqlite3_exec(db_, statement, nullptr, nullptr, nullptr);
-  if (lastResult_ != SQLITE_OK) {
-    LogError("sqlite3_exec: [%d] %s", lastResult_, sqlite3_errmsg(db_));
-    RoleDBScope::NoteWriteResult(lastResult_);
+  return Judge(sqlite3_exec(db_, statement, nullptr, nullptr, nullptr));
+}
+
+int RoleDBHandler::ExecKept(const std::string& statement) {
+  PreparedStatement* const kept = Take(statement);
+  if (!kept) return Exec(statement.c_str());
+  int result;
+  do result = sqlite3_step(kept->statement);
+  while (result == SQLITE_ROW);
+  kept->GiveBack();
+  return Judge(result == SQLITE_DONE ? SQLITE_OK : result);
+}
+
+// Notes the result of a statement that the handle ran itself, and logs a failure.
+int RoleDBHandler::Judge(int result) {
+  lastResult_ = result;
+  if (result != SQLITE_OK) {
+    LogError("sqlite3_exec: [%d] %s", result, sqlite3_errmsg(db_));
+    RoleDBScope::NoteWriteResult(result);
   }
-  return lastResult_;
+  return result;
 }
 
 int RoleDBHandler::ExeCmds(const RoleSQLCmd& cmds, bool transaction) {
   const auto runAll = [&] {
     for (const std::string& statement : cmds.Statements()) {
-      if (Exec(statement.c_str()) != SQLITE_OK) return false;
+      if (ExecKept(statement) != SQLITE_OK) return false;
     }
     return true;
   };
-  RoleDBScope scope(this, transaction ? RoleDBScope::kWrite : RoleDBScope::kStep);
+  const bool alone = cmds.Statements().size() <= 1;
+  RoleDBScope scope(this, !transaction ? RoleDBScope::kStep : alone ? RoleDBScope::kAlone : RoleDBScope::kWrite);
   return scope.Usable() && runAll() && scope.Commit() ? 0 : -1;
 }
 

@@ -13,6 +13,7 @@
 
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 
 #include "base/export.h"
@@ -28,6 +29,9 @@ class RoleSQLCmd {
  private:
   std::list<std::string> statements_;
 };
+
+class Statements;
+struct PreparedStatement;
 
 class MAILSERVER_EXPORT RoleDBHandler {
  public:
@@ -78,16 +82,21 @@ class MAILSERVER_EXPORT RoleDBHandler {
 
  private:
   friend class RoleDBScope;
+  friend class Query;
 
   bool Open();
   bool BringUpToDate();
   bool ReadVersion(int& version);
   bool IsSameFile() const;
   void Close();
-  int Exec(const char* statement);
+  PreparedStatement* Take(const std::string& statement) const;
+  int Exec(const char* statement);             ///< on its own; takes no memory, so that a destructor can roll back
+  int ExecKept(const std::string& statement);  ///< one that the transaction keeps prepared
+  int Judge(int result);
 
   static bool mustExec_;  ///< this process is a child whose copy of SQLite's lock table is of no use
 
+  std::unique_ptr<Statements> statements_;  ///< of db_
   int busyTimeout_ = 60000;
   pid_t pid_ = -1;    ///< the process that opened db_
   dev_t device_ = 0;  ///< the file that was opened

@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include "base/log.h"
+#include "role/statements.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
 
@@ -40,11 +41,14 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) {
   while (enclosing && enclosing->handle_ != handle_) enclosing = enclosing->outer_;
   if (!enclosing) {
     if (kind == kStep) return State::kInactive;
-    writes_ = kind == kWrite;
+    writes_ = kind != kRead;
     if (!handle_ || !handle_->db_ || handle_->pid_ != pid_) return State::kRefused;
-    const char* begin = kind == kWrite ? "BEGIN IMMEDIATE" : "BEGIN";
+    const char* begin = writes_ ? "BEGIN IMMEDIATE" : "BEGIN";
     const bool idle = sqlite3_get_autocommit(handle_->db_) != 0;
-    if (handle_->Exec(begin) == SQLITE_OK) return State::kTransaction;
+    if (handle_->Exec(begin) == SQLITE_OK) {
+      handle_->statements_->Begin();
+      return State::kTransaction;
+    }
     if (idle && InTransaction()) handle_->Exec("ROLLBACK");  // interrupted when it had already begun
     return State::kRefused;
   }
@@ -55,7 +59,8 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) {
     LogError("a change inside a scope that only reads is refused");
     return State::kRefused;
   }
-  return handle_->Exec("SAVEPOINT scope") == SQLITE_OK ? State::kSavepoint : State::kRefused;
+  if (kind == kAlone) return State::kJoined;
+  return handle_->ExecKept("SAVEPOINT scope") == SQLITE_OK ? State::kSavepoint : State::kRefused;
 }
 
 // SQLite ends a transaction by itself after some errors; a child of fork() has no part in its parent's.
@@ -78,7 +83,7 @@ bool RoleDBScope::IsKeptWithLocks() {
 
 bool RoleDBScope::Commit() {
   bool kept = Usable() && !environmentFailed_;
-  if (kept && state_ == State::kSavepoint) kept = handle_->Exec("RELEASE scope") == SQLITE_OK;
+  if (kept && state_ == State::kSavepoint) kept = handle_->ExecKept("RELEASE scope") == SQLITE_OK;
   if (kept && state_ == State::kTransaction) kept = handle_->Exec("COMMIT") == SQLITE_OK || IsKeptWithLocks();
   if (!kept) {
     Rollback();
@@ -104,7 +109,11 @@ void RoleDBScope::Rollback() {
 void RoleDBScope::End() {
   if (state_ == State::kEnded || state_ == State::kInactive) return;
   if (environmentFailed_ && outer_) outer_->environmentFailed_ = true;
-  if (state_ == State::kTransaction && pid_ != getpid()) RoleDBHandler::mustExec_ = true;
+  if (state_ == State::kTransaction && pid_ != getpid()) {
+    RoleDBHandler::mustExec_ = true;
+  } else if (state_ == State::kTransaction && handle_->statements_) {
+    handle_->statements_->End();
+  }
   state_ = State::kEnded;
   while (innermost_ && innermost_->state_ == State::kEnded) innermost_ = innermost_->outer_;
 }

@@ -25,6 +25,7 @@ class MAILSERVER_EXPORT RoleDBScope {
     kRead,   ///< one snapshot for all reads; inside another scope: part of it
     kWrite,  ///< BEGIN IMMEDIATE; inside another scope: a savepoint, refused if that one only reads
     kStep,   ///< inside a scope a savepoint; otherwise nothing at all
+    kAlone,  ///< for one statement, which is whole or not by itself: kWrite without the savepoint
   };
 
   /// Begins. `handle` may be null: a scope in which there is no database.

@@ -1,4 +1,4 @@
-/// One prepared statement for one call; finalised on every path.
+/// One prepared statement for one run: of those that the transaction keeps, or on its own and finalised on every path.
 ///
 ///   Query rows(*db, "select * from user_table");
 ///   while (rows.Next()) { ... rows.Int<unsigned int>(0) ... rows.Text(1) ... }
@@ -10,23 +10,35 @@
 
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "base/log.h"
 #include "base/sql.h"
 #include "role/role_db_scope.h"
+#include "role/statements.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
 
 class Query {
  public:
   Query(const RoleDBHandler& handle, const std::string& sql, Place place = Place::Here())
-      : db_(handle.GetDB()), place_(place) {
+      : db_(handle.GetDB()), place_(place), kept_(handle.Take(sql)) {
+    if (kept_) {
+      statement_ = kept_->statement;
+      return;
+    }
     result_ = sqlite3_prepare_v2(db_, sql.c_str(), -1, &statement_, nullptr);
     if (result_ == SQLITE_OK) return;
     LogErrorAt(place_, "prepare error: [%d]", result_);
     RoleDBScope::NoteReadResult(result_);
   }
-  ~Query() { sqlite3_finalize(statement_); }
+  ~Query() {
+    if (kept_) {
+      kept_->GiveBack();
+    } else {
+      sqlite3_finalize(statement_);
+    }
+  }
   Query(const Query&) = delete;
   Query& operator=(const Query&) = delete;
 
@@ -55,6 +67,10 @@ class Query {
   /// The number in a column, read from its text form; a NULL counts as -1. Nothing when it is none of type T.
   template <std::integral T>
   std::optional<T> Int(int column) {
+    if (sqlite3_column_type(statement_, column) == SQLITE_INTEGER) {
+      const sqlite3_int64 number = sqlite3_column_int64(statement_, column);
+      if (number >= 0 && std::in_range<T>(number)) return static_cast<T>(number);
+    }
     return ParseInt<T>(Text(column, "-1"));
   }
 
@@ -66,6 +82,7 @@ class Query {
 
   sqlite3* db_;
   Place place_;
+  PreparedStatement* const kept_;
   sqlite3_stmt* statement_ = nullptr;
   int result_ = SQLITE_OK;
 };

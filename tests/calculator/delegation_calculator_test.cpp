@@ -47,9 +47,14 @@ TEST_F(Calculator, PutsTheHighestPriorityInForceAndOfEqualOnesTheFirstMet) {
   EXPECT_TRUE(log.Has("user[1] (1002, ) is invalid"));
   users.clear();
   EXPECT_TRUE(calculator.CalculateUser(users));
-  Exec("drop view group2delegation_view");
-  EXPECT_FALSE(calculator.CalculateUser(*User(1001, "ann")));
-  EXPECT_TRUE(log.Has("Cannot find the highest delegation"));
+  for (const char* unreadable : {"insert into user2delegation_table values (1001, 3); update delegation_table set "
+                                 "priority = 'abc' where delegationidx = 3",
+                                 "delete from user2delegation_table; drop view group2delegation_view"}) {
+    log.Clear();
+    Exec(unreadable);
+    EXPECT_FALSE(calculator.CalculateUser(*User(1001, "ann")));
+    EXPECT_TRUE(log.Has("Cannot find the highest delegation"));
+  }
   EXPECT_EQ(Writes(), before);
 }
 

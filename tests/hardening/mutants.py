@@ -43,10 +43,10 @@ MUTANTS = [  # what the library then does wrong, file under src/, text, its repl
     ("nobody is forgotten", USERS, "needRemove = groups.empty();", "needRemove = false;"),
     ("entries in use are deleted", ENTRIES, "return policies.empty();", "return true;"),
     ("entries out of use stay", ENTRIES, "return policies.empty();", "return false;"),
-    ("entries are taken for equal by type or data", "model/delegation_delegation_entry.cpp",
-     "!= getType() || entry->getData()", "!= getType() && entry->getData()"),
+    ("entries are taken for equal by their type", "model/delegation_delegation_entry.cpp",
+     "stored.find(key)", "stored.lower_bound({getType(), \"\"})"),
     ("a kept entry cannot be stored again", "model/delegation_delegation_entry.cpp",
-     "policyEntryIdx(-1);\n  return _CreateImp();", "return _CreateImp();"),
+     "policyEntryIdx(-1);\n  if", "if"),
     ("a group that leaves loses its lowest delegation", "model/delegation_group.cpp", "policies.front()", "policies.back()"),
     # Nobody keeps what nobody granted
     ("unsupported effective rows stay", API, "sweep == Sweep::kYes && !DelegationCalculator().RemoveUnsupported()", "false"),
@@ -81,7 +81,12 @@ MUTANTS = [  # what the library then does wrong, file under src/, text, its repl
     # Opening, and staying current
     ("a file that everybody can write is opened", HANDLE, "if (file.st_mode & S_IWOTH)", "if (false)"),
     ("a symbolic link is opened", HANDLE, "if (!S_ISREG(file.st_mode))", "if (false)"),
-    ("several make the schema at once", HANDLE, "lock.Held() && ReadVersion(version)", "lock.Held()"),
+    ("several make the schema at once", HANDLE, "held_ = flock(fd_, LOCK_EX | LOCK_NB) == 0;", "held_ = true;"),
+    ("two stored memberships count as settled in any order", CALCULATOR, " || row < last_row_[uid]", ""),
+    ("a settled group is taken for settled by its size", CALCULATOR, "member == members.end() || ", ""),
+    ("a group behind an unknown one is taken for settled", CALCULATOR, "all_known_ = all_known_ && ReadHost", "all_known_ = ReadHost"),
+    ("a statement is run with another's values", "role/statements.cpp", "if (prepared.taken || ", "if ("),
+    ("a doubled quote ends a value", "role/statements.cpp", "sql[quote + 1] != '\\''", "true"),
     ("a file that has vanished is made anew", HANDLE, "if (KnownPaths().contains(path_) || KnownPaths().contains(resolved))", "if (false)"),
     ("a replaced file is not noticed", HANDLE, "pid_ == getpid() && IsSameFile()", "pid_ == getpid()"),
     ("a forked child uses the parent's connection", HANDLE, "pid_ == getpid() && IsSameFile()", "IsSameFile()"),
@@ -90,8 +95,8 @@ MUTANTS = [  # what the library then does wrong, file under src/, text, its repl
     ("an exception means allowed", API, "Guarded(static_cast<int>(kError), [&]() -> int {", "Guarded(0, [&]() -> int {"),
     ("a failed administrator lookup means administrator", API, "if (administrator < 0) return FailLookup(\"found admin group fail\");\n    if (administrator == 1)",
      "if (administrator != 0)"),
-    ("an unknown tab is passed over", API, 'return FailLookup("cannot find the tabs [%s]", tab.asString());', "continue;"),
-    ("everything but \"false\" switches a tab on", API, 'if (entry->getData() == "true") tabs', 'if (entry->getData() != "false") tabs'),
+    ("an unknown tab is passed over", API, 'return FailLookup("cannot find the tabs [%s]", tab);', "continue;"),
+    ("everything but \"false\" switches a tab on", ROLES, 'data == "true"', 'data != "false"'),
     ("a name ends at a NUL", "role/role_util.cpp", "if (name.empty() || HasNul(name)) return false;", "if (name.empty()) return false;"),
 ]
 
@@ -108,6 +113,7 @@ class Copy:
         self.suites = {
             "unit tests": [self.build + "/tests/unit_tests", "--gtest_brief=1", "--gtest_fail_fast"],
             "model": [sys.executable, self.tree + "/tests/hardening/model_test.py", program, "--sequences", "60", "--seed", "1"],
+            "processes": [sys.executable, self.tree + "/tests/hardening/processes_test.py", program, "--share", "20"],
             "fault sweeps": [self.build + "/tests/hardening/hardening_tests", "--gtest_brief=1", "--gtest_fail_fast"]}
 
     def make(self):

@@ -86,6 +86,12 @@ TEST_P(AccountsTest, GroupMembersAreTheListedAndThePrimaryOnesEachOnceWithoutGho
   EXPECT_EQ(log_.Texts(), Names{"group ops lists ghost, which is no account: left out"});  // once per scope
 }
 
+TEST_P(AccountsTest, PrimaryMembersComeInTheHostsOrderWhoeverWasLookedUpBefore) {
+  const NIMBOAccountScope scope(NIMBOAccountScope::kRemember);
+  EXPECT_EQ(User("bob"), "bob 1002");
+  EXPECT_EQ(Members("users"), (Names{"alice", "bob"}));
+}
+
 TEST_P(AccountsTest, AGroupOfThousandsIsReadWhole) {
   // 1.7 MB and 85 kB. libnss-wrapper reports a short buffer in a way of its own, so it gets the small one.
   const std::size_t count = GetParam() == kFiles ? 100'000 : 5'000;

@@ -236,6 +236,7 @@ TEST(Processes, ForkedInsideATransactionHaveNoDatabase) {
     if (DelegationCustomPathDBStrategy(database.Path()).GetDelegationDBHandler()) return false;
     if (Current() || scope->Usable() || StoresUser(handle, 2) || scope->Commit()) return false;
     scope.reset();
+    if (DelegationCustomPathDBStrategy(database.Path()).GetDelegationDBHandler()) return false;
     const bool refused = !Current() && !StoresUser(handle, 3);
     DelegationDBHandler::CloseDelegationDBHandler();
     return refused && !Current() && !DelegationCustomPathDBStrategy(database.Path()).GetDelegationDBHandler() &&

@@ -2,6 +2,7 @@
 #include "platform/linux/account_scope.h"
 
 #include <new>
+#include <utility>
 
 #include "base/log.h"
 
@@ -80,10 +81,16 @@ const Answer<std::vector<Account>>& AccountMemory::ListUsers() {
   std::unordered_set<std::string> names;
   std::erase_if(answer.value,
                 [&](const Account& account) { return !names.insert(account.name).second || !IsAccount(account); });
+  // Primary members come in the order of the enumeration, whoever was looked up before it; who is not in it comes last.
+  const auto singles = std::exchange(primary_members_, {});
+  known_names_.clear();
   for (const Account& account : answer.value) {
     users_by_name_.emplace(account.name, Answer<Account>{NIMBO_OK, account});
     users_by_uid_.emplace(account.uid, Answer<Account>{NIMBO_OK, account});
     NotePrimaryGroup(account);
+  }
+  for (const auto& [gid, members] : singles) {
+    for (const std::string& member : members) NotePrimaryGroup({.name = member, .gid = gid});
   }
   return all_users_.emplace(std::move(answer));
 }

@@ -1,0 +1,54 @@
+/// The prepared statements of one transaction.
+///
+/// A statement is known by its text with every quoted value taken out. The values are bound in their places, as text,
+/// which SQLite treats as it treats the quoted values themselves. So what runs once for each of many users is prepared
+/// once.
+#pragma once
+
+#include <sqlite3.h>
+
+#include <string>
+#include <string_view>
+#include <unordered_map>
+
+namespace NIMBO::QUAYPOST_SERVER {
+
+struct PreparedStatement {
+  sqlite3_stmt* statement = nullptr;
+  bool taken = false;
+
+  /// Ends its present run.
+  void GiveBack() {
+    sqlite3_reset(statement);
+    taken = false;
+  }
+};
+
+class Statements {
+ public:
+  explicit Statements(sqlite3* db) : db_(db) {}
+  ~Statements() { End(); }
+  Statements(const Statements&) = delete;
+  Statements& operator=(const Statements&) = delete;
+
+  /// From now on statements are kept.
+  void Begin() { keeps_ = true; }
+
+  /// Finalises all of them; none may be taken.
+  void End();
+
+  /// The statement `sql`, to be stepped and then given back. Null when it is to be run on its own: outside a
+  /// transaction, when the same one is taken already, and for text that has more to it than values in single quotes.
+  PreparedStatement* Take(const std::string& sql);
+
+ private:
+  bool TakeValuesOut(std::string_view sql);
+  static bool Bind(sqlite3_stmt* statement, std::string_view sql);
+
+  sqlite3* const db_;
+  bool keeps_ = false;
+  std::unordered_map<std::string, PreparedStatement> kept_;
+  std::string text_;  // of the statement looked for, without values
+};
+
+}  // namespace NIMBO::QUAYPOST_SERVER
