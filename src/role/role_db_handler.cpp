@@ -201,12 +201,7 @@ int RoleDBHandler::Exec(const char* statement) {
 
 int RoleDBHandler::ExecKept(const std::string& statement) {
   PreparedStatement* const kept = Take(statement);
-  if (!kept) return Exec(statement.c_str());
-  int result;
-  do result = sqlite3_step(kept->statement);
-  while (result == SQLITE_ROW);
-  kept->GiveBack();
-  return Judge(result == SQLITE_DONE ? SQLITE_OK : result);
+  return kept ? Judge(kept->Run()) : Exec(statement.c_str());
 }
 
 // Notes the result of a statement that the handle ran itself, and logs a failure.

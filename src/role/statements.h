@@ -17,6 +17,15 @@ struct PreparedStatement {
   sqlite3_stmt* statement = nullptr;
   bool taken = false;
 
+  /// Runs it to its end and gives it back. SQLITE_OK, or SQLite's result.
+  int Run() {
+    int result;
+    do result = sqlite3_step(statement);
+    while (result == SQLITE_ROW);
+    GiveBack();
+    return result == SQLITE_DONE ? SQLITE_OK : result;
+  }
+
   /// Ends its present run.
   void GiveBack() {
     sqlite3_reset(statement);
