@@ -355,12 +355,12 @@ bool DelegationDelegationDBHandler::FindEnabledTypes(RoleRole& role, std::vector
   while (rows.Next()) {
     const auto idx = rows.Int<int>(1);
     if (!idx) return Fail("convert data error");
-    std::string type = rows.Text(2);
-    const std::string data = rows.Text(3);
+    const std::string_view type = rows.View(2);
+    const std::string_view data = rows.View(3);
     if (*idx <= 0 || type.empty()) {
-      LogError("DelegationEntry(%s, %s, %s) is not valid", Decimal(*idx), type, data);
+      LogError("DelegationEntry(%s, %s, %s) is not valid", Decimal(*idx), std::string(type), std::string(data));
     } else if (data == "true") {
-      types.push_back(std::move(type));
+      types.emplace_back(type);
     }
   }
   return rows.Done();

@@ -10,6 +10,7 @@
 
 #include <optional>
 #include <string>
+#include <string_view>
 #include <utility>
 
 #include "base/log.h"
@@ -53,8 +54,9 @@ class Query {
   /// Whether every row was read.
   bool Done() const { return result_ == SQLITE_DONE; }
 
-  /// The text of a column, `whenNull` when it is NULL. All its bytes, also behind an embedded NUL.
-  std::string Text(int column, const char* whenNull = "") {
+  /// The text of a column, `whenNull` when it is NULL. All its bytes, also behind an embedded NUL. Valid until the next
+  /// row.
+  std::string_view View(int column, const char* whenNull = "") {
     const auto* text = reinterpret_cast<const char*>(sqlite3_column_text(statement_, column));
     if (text) return {text, static_cast<std::size_t>(sqlite3_column_bytes(statement_, column))};
     if (sqlite3_errcode(db_) == SQLITE_NOMEM) {  // not NULL: memory ran out on the way to text
@@ -63,6 +65,9 @@ class Query {
     }
     return whenNull;
   }
+
+  /// The same as a copy.
+  std::string Text(int column, const char* whenNull = "") { return std::string(View(column, whenNull)); }
 
   /// The number in a column, read from its text form; a NULL counts as -1. Nothing when it is none of type T.
   template <std::integral T>

@@ -76,6 +76,40 @@ TEST_F(Calculator, ComputesEachMemberOfSeveralGroupsOnce) {
   EXPECT_TRUE(log.Has("cannot find belong user") && log.Has("_GetAllGroupsUsers fail"));
 }
 
+// Records of a caller's own kind decide for themselves, each time.
+TEST_F(Calculator, AsksWhatACallersOwnRecordsOverride) {
+  struct Shifts : DelegationGroup {
+    int FindBelongPolicies(std::vector<std::shared_ptr<RoleRole>>& policies) override {
+      policies.push_back(Role(++asked, "shift", 50));
+      return 0;
+    }
+    int asked = 0;
+  };
+  struct Worker : DelegationUser {
+    using DelegationUser::DelegationUser;
+    bool IsValid() override { return valid; }
+    int FindBelongPolicies(std::vector<std::shared_ptr<RoleRole>>& policies) override {
+      policies.push_back(Role(9, "own", 40));
+      return 0;
+    }
+    int FindBelongGroups(Groups& groups) override {
+      groups.push_back(shifts);
+      return 0;
+    }
+    bool valid = true;
+    std::shared_ptr<Shifts> shifts;
+  };
+  Exec("insert into user_table values (1001, 'ann'), (1002, 'bob')");
+  const auto shifts = std::make_shared<Shifts>();
+  const auto ann = std::make_shared<Worker>(1001, "ann"), bob = std::make_shared<Worker>(1002, "bob");
+  ann->shifts = bob->shifts = shifts;
+  users = {ann, bob};
+  EXPECT_TRUE(calculator.CalculateUser(users));
+  EXPECT_EQ(InForce(), "1001|1 1002|2");
+  bob->valid = false;
+  EXPECT_FALSE(calculator.CalculateUser(users));
+}
+
 TEST_F(Calculator, AnnouncesTheDatabaseFileOrSaysWhyNot) {
   EXPECT_TRUE(calculator.Trigger());
   EXPECT_EQ(host.announcements.at(0).name + " " + host.announcements[0].path, "delegation_db " + database.Path());

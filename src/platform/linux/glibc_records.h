@@ -6,7 +6,7 @@
 #include <pwd.h>
 
 #include <cerrno>
-#include <vector>
+#include <memory>
 
 #include "platform/linux/account_source.h"
 
@@ -29,9 +29,10 @@ class GlibcRecord {
     constexpr std::size_t kLargestBuffer = 64 << 20;
     for (;;) {
       found_ = nullptr;
-      const int result = function(&record_, buffer_.data(), buffer_.size(), &found_);
-      if (result != ERANGE || buffer_.size() >= kLargestBuffer) return result;
-      buffer_.resize(buffer_.size() * 2);
+      const int result = function(&record_, buffer_.get(), size_, &found_);
+      if (result != ERANGE || size_ >= kLargestBuffer) return result;
+      buffer_ = std::make_unique_for_overwrite<char[]>(size_ * 2);
+      size_ *= 2;
     }
   }
 
@@ -39,7 +40,8 @@ class GlibcRecord {
   const Record* found() const { return found_; }
 
  private:
-  std::vector<char> buffer_ = std::vector<char>(kFirstBuffer<Record>);
+  std::size_t size_ = kFirstBuffer<Record>;
+  std::unique_ptr<char[]> buffer_ = std::make_unique_for_overwrite<char[]>(size_);  // untouched: most of it stays so
   Record record_{};
   Record* found_ = nullptr;
 };
