@@ -14,6 +14,7 @@
 #include "model/delegation_delegation.h"
 #include "model/delegation_group.h"
 #include "model/delegation_user.h"
+#include "model/group_members.h"
 #include "platform/mailserver.h"
 #include "role/host_accounts.h"
 #include "role/role_util.h"
@@ -133,46 +134,44 @@ bool DelegationCalculator::_RefreshUsers() {
 
 namespace {
 
-// Tells of group after group whether its refresh would only store again what is stored. A refresh takes out all members
-// and stores those that the host has, behind everything else; so a membership stays where it is when it stands behind
-// its user's memberships in the groups before. (Of equal priorities the one of the first membership counts.)
-class SettledGroups {
+// Refreshes group after group, writing only what changes. A refresh takes out all members and stores those that the
+// host has, behind everything else; so a membership can stay where it is when it stands behind its user's memberships
+// in the groups before. (Of equal priorities the one of the first membership counts.)
+class GroupRefresher {
  public:
-  bool Contains(RoleGroup& group) {
+  bool Refresh(DelegationGroup& group) {
     HostGroup hostGroup;
-    Names members;
-    all_known_ = all_known_ && ReadHost(group, hostGroup, members);
-    if (!all_known_) return false;  // where its members come to stand is not known to the groups behind it either
-    if (hostGroup->szName == group.getGroupname() && IsStored(group, members)) return true;
-    for (const auto& [uid, name] : members) last_row_[uid] = std::numeric_limits<long long>::max();
-    return false;
+    HostMembers members;
+    std::vector<std::shared_ptr<RoleUser>> leavers;
+    std::vector<std::shared_ptr<RoleUser>> comers;
+    // Where the members of a group that is not looked through come to stand is not known to the groups behind it
+    // either.
+    all_known_ = all_known_ && ReadHostGroup(group, hostGroup, members) && Compare(group, members, leavers, comers);
+    return all_known_ ? group.ExchangeMembers(hostGroup->szName, leavers, comers) : group.Refresh();
   }
 
  private:
-  using Names = std::unordered_map<unsigned int, std::string>;
-
-  // False also when two members have one uid.
-  static bool ReadHost(RoleGroup& group, HostGroup& hostGroup, Names& members) {
-    HostNames names(NBLIBCSzListAlloc(0));
-    if (!names || FindHostGroup(group.getGid(), hostGroup) != HostAnswer::kFound) return false;
-    if (ListHostMembers(hostGroup->szName, names) != HostAnswer::kFound) return false;
-    const int count = NBLIBCSzListCount(names.get());
-    for (int i = 0; i < count; ++i) {
-      HostUser member;
-      if (FindHostUser(NBLIBCSzListGet(names.get(), i), member) != HostAnswer::kFound) return false;
-      members[member->uid] = member->szName;
-    }
-    return members.size() == static_cast<std::size_t>(count);
-  }
-
-  bool IsStored(RoleGroup& group, const Names& members) {
+  // False when somebody's name has changed, or is not known.
+  bool Compare(RoleGroup& group, const HostMembers& members, std::vector<std::shared_ptr<RoleUser>>& leavers,
+               std::vector<std::shared_ptr<RoleUser>>& comers) {
     std::vector<DelegationGroupDBHandler::Membership> stored;
-    if (!DelegationGroupDBHandler().ListMemberships(group, stored) || stored.size() != members.size()) return false;
+    if (!DelegationGroupDBHandler().ListMemberships(group, stored)) return false;
+    std::vector<bool> settled(members.list.size());
     for (const auto& [row, uid, username] : stored) {
-      const auto member = members.find(uid);
-      if (member == members.end() || member->second != username || row < last_row_[uid]) return false;
+      const auto found = members.position.find(uid);
+      const bool stays = found != members.position.end();
+      if (username.empty() || (stays && members.list[found->second].name != username)) return false;
+      if (!stays) leavers.push_back(std::make_shared<DelegationUser>(uid, username));
+      if (!stays || row < last_row_[uid]) continue;
+      last_row_[uid] = row;
+      settled[found->second] = true;
     }
-    for (const auto& membership : stored) last_row_[membership.uid] = membership.row;
+    for (std::size_t i = 0; i < settled.size(); ++i) {
+      if (settled[i]) continue;
+      const auto& [uid, name] = members.list[i];
+      comers.push_back(std::make_shared<DelegationUser>(uid, name));
+      last_row_[uid] = std::numeric_limits<long long>::max();
+    }
     return true;
   }
 
@@ -185,10 +184,9 @@ class SettledGroups {
 bool DelegationCalculator::_RefreshGroups() {
   std::vector<std::shared_ptr<RoleGroup>> groups;
   if (!DelegationGroup::List(Json::nullValue, groups)) return Fail("Delegation groups List fail");
-  SettledGroups settled;
+  GroupRefresher refresher;
   for (std::size_t i = 0; i < groups.size(); ++i) {
-    if (settled.Contains(*groups[i])) continue;
-    if (!groups[i]->Refresh()) {
+    if (!refresher.Refresh(static_cast<DelegationGroup&>(*groups[i]))) {
       return Fail("groups[%lu] (%i, %s) refresh fail", i, groups[i]->getGid(), groups[i]->getGroupname());
     }
   }

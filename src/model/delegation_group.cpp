@@ -54,6 +54,10 @@ bool DelegationGroup::AssignGroupToUser(std::vector<std::shared_ptr<RoleUser>>&)
   if (!IsExist()) return Fail("group not in db");
   std::vector<std::shared_ptr<RoleUser>> members;
   if (!FindNBOSUserTo(members)) return Fail("Find NBOS user to user is fail");
+  return StoreMembers(members);
+}
+
+bool DelegationGroup::StoreMembers(std::vector<std::shared_ptr<RoleUser>>& members) {
   for (const auto& member : members) {
     if (member->IsExist()) continue;
     DelegationUser user(member->getUid(), member->getUsername());
@@ -67,9 +71,13 @@ bool DelegationGroup::AssignGroupToUser(std::vector<std::shared_ptr<RoleUser>>&)
 bool DelegationGroup::UnassignGroupToUser(std::vector<std::shared_ptr<RoleUser>>& users) {
   users.clear();
   if (FindBelongUsers(users) == kError) return Fail("Fail to find belong user");
-  if (!GetGroupDBHandler()->UnassignGroupToUser(*this, users)) return Fail("cannot assign group to user");
+  return RemoveMembers(users);
+}
+
+bool DelegationGroup::RemoveMembers(std::vector<std::shared_ptr<RoleUser>>& members) {
+  if (!GetGroupDBHandler()->UnassignGroupToUser(*this, members)) return Fail("cannot assign group to user");
   std::vector<std::shared_ptr<RoleUser>> removable;
-  if (!DelegationUserDBHandler().GetNeedRemoveUser(users, removable)) return Fail("GetNeedRemoveUser fail");
+  if (!DelegationUserDBHandler().GetNeedRemoveUser(members, removable)) return Fail("GetNeedRemoveUser fail");
   return RoleUser::Delete(removable) || Fail("DelegationUser::Delete fail");
 }
 
@@ -85,6 +93,20 @@ bool DelegationGroup::_RefreshNBOSGroupExist(std::string name) {
   }
   unused.clear();
   if (!AssignGroupToUser(unused)) return Fail("Assign group to user fail [%i, %s]", getGid(), getGroupname());
+  return step.Commit();
+}
+
+bool DelegationGroup::ExchangeMembers(std::string name, std::vector<std::shared_ptr<RoleUser>>& leavers,
+                                      std::vector<std::shared_ptr<RoleUser>>& comers) {
+  DelegationGroup current(getGid(), name);
+  if (getGroupname() != name && !RoleGroup::Update(current)) return Fail("Update fail [%i, %s]", getGid(), name);
+  RoleDBScope step(DelegationDBHandler::GetDelegationDBHandler(), RoleDBScope::kStep);
+  if (!leavers.empty() && !RemoveMembers(leavers)) {
+    return Fail("Unassign group to user fail [%i, %s]", getGid(), getGroupname());
+  }
+  if (!comers.empty() && !StoreMembers(comers)) {
+    return Fail("Assign group to user fail [%i, %s]", getGid(), getGroupname());
+  }
   return step.Commit();
 }
 

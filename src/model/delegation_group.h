@@ -33,6 +33,12 @@ class MAILSERVER_EXPORT DelegationGroup : public RoleGroup {
   bool _RefreshNBOSGroupNotExist() override;
   std::shared_ptr<PolicyGroupDBHandler> GetGroupDBHandler() override;
 
+  /// What _RefreshNBOSGroupExist comes to when only these members have left the host group, and only these have to be
+  /// stored (again) behind everything else: takes out the one, with the rows of those that nothing else holds, and
+  /// stores the others.
+  bool ExchangeMembers(std::string name, std::vector<std::shared_ptr<RoleUser>>& leavers,
+                       std::vector<std::shared_ptr<RoleUser>>& comers);
+
   /// Removes a group with its members. Of its delegations only the one of highest priority is taken from it; the links
   /// of the others stay behind.
   static bool DeleteChain(RoleGroup& group);
@@ -40,6 +46,10 @@ class MAILSERVER_EXPORT DelegationGroup : public RoleGroup {
   static bool DeleteChain(std::vector<std::shared_ptr<RoleGroup>>& groups);
   /// Every stored group; the filter is ignored.
   static bool List(Json::Value filter, std::vector<std::shared_ptr<RoleGroup>>& groups);
+
+ private:
+  bool StoreMembers(std::vector<std::shared_ptr<RoleUser>>& members);
+  bool RemoveMembers(std::vector<std::shared_ptr<RoleUser>>& members);
 };
 
 }  // namespace NIMBO::QUAYPOST_SERVER
