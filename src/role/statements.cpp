@@ -43,20 +43,11 @@ void Statements::End() {
 PreparedStatement* Statements::Take(const std::string& sql) {
   constexpr std::size_t kMost = 64;
   if (!keeps_ || !TakeValuesOut(sql)) return nullptr;
-  auto found = kept_.find(text_);
-  if (found == kept_.end()) {
-    if (kept_.size() == kMost) return nullptr;
-    sqlite3_stmt* statement = nullptr;
-    if (sqlite3_prepare_v2(db_, text_.c_str(), -1, &statement, nullptr) != SQLITE_OK || !statement) return nullptr;
-    try {
-      found = kept_.emplace(text_, PreparedStatement{statement}).first;
-    } catch (...) {
-      sqlite3_finalize(statement);
-      throw;
-    }
-  }
+  if (kept_.size() == kMost && !kept_.contains(text_)) return nullptr;
+  const auto [found, isNew] = kept_.try_emplace(text_);
   PreparedStatement& prepared = found->second;
-  if (prepared.taken || !Bind(prepared.statement, sql)) return nullptr;
+  if (isNew) sqlite3_prepare_v2(db_, text_.c_str(), -1, &prepared.statement, nullptr);
+  if (!prepared.statement || prepared.taken || !Bind(prepared.statement, sql)) return nullptr;
   prepared.taken = true;
   return &prepared;
 }
