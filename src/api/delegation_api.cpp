@@ -525,7 +525,7 @@ bool DelegationUserDelegationEntriesGet(std::string user, Json::Value& out) {
     std::vector<std::string> tabs;
     if (!InReadScope([&] { return EnabledTabs(user, tabs); })) return false;
     Json::Value enabled = Json::arrayValue;
-    for (std::string& tab : tabs) enabled.append(std::move(tab));
+    for (const std::string& tab : tabs) enabled.append(tab);
     out["enable_tabs"] = std::move(enabled);
     return true;
   });
