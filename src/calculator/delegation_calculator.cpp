@@ -17,6 +17,7 @@
 #include "model/group_members.h"
 #include "platform/mailserver.h"
 #include "role/host_accounts.h"
+#include "role/role_db_scope.h"
 #include "role/role_util.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
@@ -137,8 +138,14 @@ namespace {
 // Refreshes group after group, writing only what changes. A refresh takes out all members and stores those that the
 // host has, behind everything else; so a membership can stay where it is when it stands behind its user's memberships
 // in the groups before. (Of equal priorities the one of the first membership counts.)
+// Outside a transaction, where a failure leaves what was done before it, every group is refreshed step by step.
 class GroupRefresher {
  public:
+  GroupRefresher() {
+    RoleDBHandler* pinned = nullptr;
+    all_known_ = RoleDBScope::Pinned(pinned);
+  }
+
   bool Refresh(DelegationGroup& group) {
     HostGroup hostGroup;
     HostMembers members;
@@ -175,7 +182,7 @@ class GroupRefresher {
     return true;
   }
 
-  bool all_known_ = true;
+  bool all_known_ = false;
   std::unordered_map<unsigned int, long long> last_row_;  // of each user's memberships in the groups so far
 };
 

@@ -110,6 +110,18 @@ TEST_F(Calculator, AsksWhatACallersOwnRecordsOverride) {
   EXPECT_FALSE(calculator.CalculateUser(users));
 }
 
+TEST_F(Calculator, OutsideATransactionTakesAllMembersOutBeforeItStoresThem) {
+  host.AddUser("ann", 1001);
+  host.AddUser("bob", 1002);
+  host.AddGroup("ops", 200, {"ann", "bob"});
+  Exec(
+      "insert into user_table values (1001, 'ann'); insert into group_table values (200, 'ops');"
+      "insert into user2group_table values (1001, 200)");
+  Forbid("insert on user2group_table", "new.uid = 1002");
+  EXPECT_FALSE(calculator.Refresh());
+  EXPECT_EQ(Rows("select uid from user2group_table"), "");
+}
+
 TEST_F(Calculator, AnnouncesTheDatabaseFileOrSaysWhyNot) {
   EXPECT_TRUE(calculator.Trigger());
   EXPECT_EQ(host.announcements.at(0).name + " " + host.announcements[0].path, "delegation_db " + database.Path());
