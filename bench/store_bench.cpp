@@ -2,6 +2,7 @@
 //
 // usage: store_bench [--quick]
 #include <memory>
+#include <optional>
 
 #include "api/delegation_api.h"
 #include "calculator/delegation_calculator.h"
@@ -87,8 +88,31 @@ Json::Value Document(int assignees) {
   return document;
 }
 
-// The rows of a create, in one transaction, with one host lookup for each assignee.
-void WriteCreated(const Plain& db, const Json::Value& document) {
+enum class Prepared { kEachTime, kOnce };
+
+// A statement of a create, prepared anew for each run or once for all of them.
+class Step {
+ public:
+  Step(const Plain& db, const char* sql, Prepared prepared) : db_(db), sql_(sql) {
+    if (prepared == Prepared::kOnce) once_.emplace(db, sql);
+  }
+  template <class... Values>
+  void Run(const Values&... values) const {
+    if (once_) {
+      once_->Run(values...);
+    } else {
+      Statement(db_, sql_).Run(values...);
+    }
+  }
+
+ private:
+  const Plain& db_;
+  const char* const sql_;
+  std::optional<Statement> once_;
+};
+
+// What a create by the rules asks and writes, in one transaction and with one host lookup for each assignee.
+void WriteCreated(const Plain& db, const Json::Value& document, Prepared prepared) {
   const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
   std::vector<std::pair<unsigned int, std::string>> users;
   for (const Json::Value& assignee : document["user_group"]) {
@@ -102,29 +126,45 @@ void WriteCreated(const Plain& db, const Json::Value& document) {
       .Run(document["name"].asString(), document["priority"].asInt());
   const long long id = sqlite3_last_insert_rowid(db.get());
   const Statement stored(db, "select delegationentryidx, type, data from delegation_entry_table");
-  const Statement link(db, "insert into delegation2delegation_entry_table values(?1, ?2)");
+  const Step link(db, "insert into delegation2delegation_entry_table values(?1, ?2)", prepared);
   for (stored.Bind(); stored.Next();) {
     if (document[stored.Text(1)] == stored.Text(2)) link.Run(id, stored.Int(0));
   }
-  const Statement user(db, "insert into user_table values(?1, ?2)");
-  const Statement assigned(db, "insert into user2delegation_table values(?1, ?2)");
-  const Statement effective(db, "insert into user2delegation_real_table values(?1, ?2)");
+  // Whether the user is known; if not, the row, and no links that a former owner of the uid has left.
+  const Step known(db, "select exists (select 1 from user_table where uid = ?1)", prepared);
+  const Step user(db, "insert into user_table values(?1, ?2)", prepared);
+  const Step policies(db, "delete from user2delegation_table where uid = ?1", prepared);
+  const Step groups(db, "delete from user2group_table where uid = ?1", prepared);
+  const Step assigned(db, "insert or replace into user2delegation_table values(?1, ?2)", prepared);
   for (const auto& [uid, name] : users) {
+    known.Run(uid);
     user.Run(uid, name);
+    policies.Run(uid);
+    groups.Run(uid);
     assigned.Run(uid, id);
+  }
+  // Of the direct and the inherited ones the highest.
+  const Step direct(db, "select * from user2delegation_view where uid = ?1 order by priority desc", prepared);
+  const Step inherited(db, "select * from user2group_view where uid = ?1", prepared);
+  const Step effective(db, "insert or replace into user2delegation_real_table values(?1, ?2)", prepared);
+  for (const auto& [uid, name] : users) {
+    direct.Run(uid);
+    inherited.Run(uid);
     effective.Run(uid, id);
   }
   db.Exec("commit");
 }
 
 // A delegation for n users that the database does not know yet.
-void MeasureCreate(const Directory& directory, int n) {
-  const auto world = std::make_shared<World>(directory, "create" + std::to_string(n) + ".db", 0);
+void MeasureCreate(const Directory& directory, int n, Prepared prepared) {
+  const std::string measured = prepared == Prepared::kOnce ? "create_prepared_once" : "create";
+  const std::string name = measured + std::to_string(n);
+  const auto world = std::make_shared<World>(directory, name + ".db", 0);
   world->limit.Exec("pragma cache_spill = off");
-  const std::string passwd = directory / "passwd" + std::to_string(n), group = directory / "group" + std::to_string(n);
+  const std::string passwd = directory / name + ".passwd", group = directory / name + ".group";
   WriteAccounts(passwd, group, n);
   const auto document = std::make_shared<Json::Value>(Document(n));
-  Pair pair{"create", n, n > 1000 ? 3 : 9};
+  Pair pair{measured, n, n > 1000 ? 3 : 9};
   pair.setup = [=] {
     UseDatabase(world->path);
     NIMBOUseAccountFiles(passwd.c_str(), group.c_str());
@@ -139,7 +179,7 @@ void MeasureCreate(const Directory& directory, int n) {
     int id = -1;
     Require(DelegationDelegationCreate(*document, id), "the library has failed");
   };
-  pair.limit = [=] { WriteCreated(world->limit, *document); };
+  pair.limit = [=] { WriteCreated(world->limit, *document, prepared); };
   if (n == 1000) {
     Compare(*world, pair,
             "select 1, * from user_table union all select 2, * from user2delegation_table union all select 3, * from "
@@ -233,8 +273,9 @@ int main(int argc, char**) {
   for (const int n : quick ? std::vector{1000, 10000} : std::vector{1000, 10000, 100000}) {
     MeasureRecalculation(memory, n, false);
     MeasureRecalculation(memory, n, true);
-    MeasureCreate(memory, n);
+    MeasureCreate(memory, n, Prepared::kEachTime);
   }
+  MeasureCreate(memory, 1000, Prepared::kOnce);
   MeasureFinding(memory);
   MeasureList(memory);
   return RunAll();

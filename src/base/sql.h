@@ -4,6 +4,7 @@
 #include <sqlite3.h>
 
 #include <boost/lexical_cast.hpp>
+#include <cstring>
 #include <memory>
 #include <new>
 #include <optional>
@@ -22,9 +23,8 @@ std::string Sql(CheckedText<std::type_identity_t<Args>...> statement, const Args
   const std::unique_ptr<char, decltype(&sqlite3_free)> whole(
       sqlite3_mprintf(statement.text, text_detail::Argument(args)...), &sqlite3_free);
   if (!whole) throw std::bad_alloc();
-  char text[2048];
-  sqlite3_snprintf(sizeof text, text, "%s", whole.get());
-  return text;
+  constexpr std::size_t kMost = 2047;
+  return {whole.get(), strnlen(whole.get(), kMost)};
 }
 
 /// A number as the tables' text form has it, in decimal.

@@ -95,9 +95,9 @@ MAILSERVER_EXPORT int NIMBOUseAccountFiles(const char* passwd, const char* group
 }  // extern "C"
 
 /// While one exists, every answer of the account source is remembered and given again, so that a call asks the host
-/// once and before it locks the database. With kEnumerate the accounts are read in one enumeration first, which spares
-/// one lookup for each stored user; who is missing from it gets a single lookup, and only that one's NIMBO_NOT_FOUND
-/// counts. Scopes nest; the outermost one decides.
+/// once and before it locks the database; mailserver.conf too is looked at once. With kEnumerate the accounts are read
+/// in one enumeration first, which spares one lookup for each stored user; who is missing from it gets a single lookup,
+/// and only that one's NIMBO_NOT_FOUND counts. Scopes nest; the outermost one decides.
 class MAILSERVER_EXPORT NIMBOAccountScope {
  public:
   enum Kind { kRemember, kEnumerate };

@@ -1,35 +1,17 @@
 // The prepared statements of one transaction.
 #include "role/statements.h"
 
+#include <array>
+
 namespace NIMBO::QUAYPOST_SERVER {
 
 namespace {
 
-// The end of the quoted value that begins at `begin`, behind its closing quote; npos when it does not end.
-std::size_t EndOfValue(std::string_view sql, std::size_t begin) {
-  for (std::size_t quote = sql.find('\'', begin + 1); quote != sql.npos; quote = sql.find('\'', quote + 2)) {
-    if (quote + 1 == sql.size() || sql[quote + 1] != '\'') return quote + 1;
-  }
-  return sql.npos;
-}
-
-bool IsSpecial(char character) {
-  switch (character) {
-    case '\'':
-    case '"':
-    case '`':
-    case '[':
-    case '?':
-    case ':':
-    case '@':
-    case '$':
-    case ';':
-    case '-':
-    case '/':
-      return true;
-    default:
-      return false;
-  }
+constexpr std::array<bool, 256> SpecialCharacters() {
+  std::array<bool, 256> special{};
+  for (const unsigned char character : {'\'', '"', '`', '[', '?', ':', '@', '$', ';', '-', '/'})
+    special[character] = true;
+  return special;
 }
 
 }  // namespace
@@ -47,43 +29,48 @@ PreparedStatement* Statements::Take(const std::string& sql) {
   const auto [found, isNew] = kept_.try_emplace(text_);
   PreparedStatement& prepared = found->second;
   if (isNew) sqlite3_prepare_v2(db_, text_.c_str(), -1, &prepared.statement, nullptr);
-  if (!prepared.statement || prepared.taken || !Bind(prepared.statement, sql)) return nullptr;
+  if (!prepared.statement || prepared.taken || !Bind(prepared)) return nullptr;
   prepared.taken = true;
   return &prepared;
 }
 
-// Makes text_ the statement with a parameter in place of each value. False for one that is cut short or holds what
-// could hide a quote, a parameter or a second statement.
+// Makes text_ the statement with a parameter in place of each value, and values_ what stands in their quotes. False for
+// a statement that is cut short or holds what could hide a quote, a parameter or a second statement.
 bool Statements::TakeValuesOut(std::string_view sql) {
+  static constexpr auto kSpecial = SpecialCharacters();
   text_.clear();
+  values_.clear();
+  ends_.clear();
   std::size_t begin = 0;  // of the text behind the last value
   for (std::size_t at = 0; at < sql.size(); ++at) {
-    if (!IsSpecial(sql[at])) continue;
+    if (!kSpecial[static_cast<unsigned char>(sql[at])]) continue;
     if (sql[at] == ';' && at + 1 == sql.size()) break;
     if (sql[at] != '\'') return false;
     text_.append(sql, begin, at - begin) += '?';
-    begin = EndOfValue(sql, at);
-    if (begin == sql.npos) return false;
-    at = begin - 1;
+    for (bool ends = false; !ends; at = begin) {  // a quote in the value stands there twice
+      const std::size_t quote = sql.find('\'', at + 1);
+      if (quote == sql.npos) return false;
+      ends = quote + 1 == sql.size() || sql[quote + 1] != '\'';
+      values_.append(sql, at + 1, quote - at - (ends ? 1 : 0));
+      begin = quote + 1;
+    }
+    ends_.push_back(values_.size());
+    --at;
   }
   text_.append(sql, begin);
   return true;
 }
 
-bool Statements::Bind(sqlite3_stmt* statement, std::string_view sql) {
-  std::string unquoted;
+bool Statements::Bind(PreparedStatement& prepared) {
+  prepared.values.swap(values_);
+  const char* const values = prepared.values.data();
+  std::size_t begin = 0;
   int parameter = 0;
-  for (std::size_t begin = sql.find('\''); begin != sql.npos;) {
-    const std::size_t end = EndOfValue(sql, begin);
-    std::string_view value = sql.substr(begin + 1, end - begin - 2);
-    if (value.find('\'') != value.npos) {
-      unquoted.clear();
-      for (std::size_t i = 0; i < value.size(); i += value[i] == '\'' ? 2 : 1) unquoted += value[i];
-      value = unquoted;
-    }
-    const int size = static_cast<int>(value.size());
-    if (sqlite3_bind_text(statement, ++parameter, value.data(), size, SQLITE_TRANSIENT) != SQLITE_OK) return false;
-    begin = sql.find('\'', end);
+  for (const std::size_t end : ends_) {
+    const auto size = static_cast<int>(end - begin);
+    if (sqlite3_bind_text(prepared.statement, ++parameter, values + begin, size, SQLITE_STATIC) != SQLITE_OK)
+      return false;
+    begin = end;
   }
   return true;
 }

@@ -10,12 +10,14 @@
 #include <string>
 #include <string_view>
 #include <unordered_map>
+#include <vector>
 
 namespace NIMBO::QUAYPOST_SERVER {
 
 struct PreparedStatement {
   sqlite3_stmt* statement = nullptr;
   bool taken = false;
+  std::string values;  ///< bound to the statement in its present run
 
   /// Runs it to its end and gives it back. SQLITE_OK, or SQLite's result.
   int Run() {
@@ -52,12 +54,15 @@ class Statements {
 
  private:
   bool TakeValuesOut(std::string_view sql);
-  static bool Bind(sqlite3_stmt* statement, std::string_view sql);
+  bool Bind(PreparedStatement& prepared);
 
   sqlite3* const db_;
   bool keeps_ = false;
   std::unordered_map<std::string, PreparedStatement> kept_;
-  std::string text_;  // of the statement looked for, without values
+  // Of the statement looked for:
+  std::string text_;               // without values
+  std::string values_;             // one behind the other
+  std::vector<std::size_t> ends_;  // of each value in values_
 };
 
 }  // namespace NIMBO::QUAYPOST_SERVER

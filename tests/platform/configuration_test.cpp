@@ -83,14 +83,19 @@ TEST_F(ConfigurationTest, OnlyTheDefaultFileMayBeMissing) {
   EXPECT_EQ(Settings(), default_database_ + " 1  50");
 }
 
-TEST_F(ConfigurationTest, IsReadAgainWhenTheFileChanges) {
+TEST_F(ConfigurationTest, IsReadAgainWhenTheFileChangesButStaysForTheLengthOfACall) {
   setenv("MAILSERVER_CONF", directory_.Path("conf").c_str(), 1);
   for (const auto write : {&TempDirectory::Write, &TempDirectory::WriteAged}) {
     (directory_.*write)("conf", "[accounts]\ndomain=FIRST\n");
     EXPECT_EQ(Settings(), default_database_ + " 1 FIRST 50");
     (directory_.*write)("conf", "[accounts]\ndomain=OTHER\n");  // of the same size
     EXPECT_EQ(Settings(), default_database_ + " 1 OTHER 50");
-    (directory_.*write)("conf", "[accounts\n");
+    {
+      const NIMBOAccountScope call(NIMBOAccountScope::kRemember);
+      EXPECT_EQ(Settings(), default_database_ + " 1 OTHER 50");
+      (directory_.*write)("conf", "[accounts\n");
+      EXPECT_EQ(Settings(), default_database_ + " 1 OTHER 50");
+    }
     EXPECT_EQ(Settings(), "? ? ? ?");
   }
 }

@@ -1,4 +1,5 @@
-/// What an account scope remembers: every answer of the account source, errors and "not found" included.
+/// What an account scope remembers: every answer of the account source, errors and "not found" included, and the
+/// configuration.
 #pragma once
 
 #include <memory>
@@ -9,6 +10,7 @@
 #include <vector>
 
 #include "platform/linux/account_source.h"
+#include "platform/linux/configuration.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
 
@@ -37,6 +39,7 @@ class AccountMemory {
   Answer<Account> Admit(Answer<Account> found);
   void NotePrimaryGroup(const Account& account);
 
+  const ConfigurationHold configuration_;
   const std::shared_ptr<AccountSource> source_;
   std::unordered_map<std::string, Answer<Account>> users_by_name_;
   std::unordered_map<unsigned int, Answer<Account>> users_by_uid_;

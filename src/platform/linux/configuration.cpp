@@ -174,6 +174,8 @@ struct State {
   std::string path;  ///< what `configuration` was read from
   FileStamp stamp;
   std::shared_ptr<const Configuration> configuration;
+  int holds = 0;
+  bool held = false;  ///< `configuration` has been looked at since the first of the holds
 };
 
 State& TheState() {
@@ -203,8 +205,12 @@ std::shared_ptr<const Configuration> Load(Problem& problem) {
   State& state = TheState();
   bool named = false;
   const std::string path = FindPath(named);
-  if (state.configuration && state.path == path && state.stamp.Holds(path)) return state.configuration;
+  if (state.configuration && state.path == path && (state.held || state.stamp.Holds(path))) {
+    state.held = state.holds > 0;
+    return state.configuration;
+  }
 
+  state.held = false;
   state.configuration.reset();
   state.path = path;
   state.stamp.Clear();
@@ -226,10 +232,19 @@ std::shared_ptr<const Configuration> Load(Problem& problem) {
     return nullptr;
   }
   state.configuration = std::move(fresh);
+  state.held = state.holds > 0;
   return state.configuration;
 }
 
 }  // namespace
+
+ConfigurationHold::ConfigurationHold() {
+  if (TheState().holds++ == 0) TheState().held = false;
+}
+
+ConfigurationHold::~ConfigurationHold() {
+  if (--TheState().holds == 0) TheState().held = false;
+}
 
 std::shared_ptr<const Configuration> CurrentConfiguration() {
   Problem problem;

@@ -26,6 +26,15 @@ struct Configuration {
 /// The configuration as it is now; null, with a log line, when it cannot be read. Exported for libnimbsdk.
 MAILSERVER_EXPORT std::shared_ptr<const Configuration> CurrentConfiguration();
 
+/// While one exists, the file is looked at once: all that is asked meanwhile sees the same configuration.
+class MAILSERVER_EXPORT ConfigurationHold {
+ public:
+  ConfigurationHold();
+  ~ConfigurationHold();
+  ConfigurationHold(const ConfigurationHold&) = delete;
+  ConfigurationHold& operator=(const ConfigurationHold&) = delete;
+};
+
 /// Where log lines go: "syslog", "stderr" or a file. "syslog" while the configuration cannot be read. Never logs.
 std::string CurrentLogTarget() noexcept;
 
