@@ -38,9 +38,7 @@ AssigneeNames Resolve(const Assignees& assignees) {
   return names;
 }
 
-void RefreshBefore(Session& session, const Assignees& assignees) {
-  if (!assignees.groups.empty() && !assignees.noRefresh) session.Refresh();
-}
+bool RefreshesBefore(const Assignees& assignees) { return !assignees.groups.empty() && !assignees.noRefresh; }
 
 Json::Value AssigneeDocument(const AssigneeNames& names) {
   Json::Value array(Json::arrayValue);

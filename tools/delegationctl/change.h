@@ -30,8 +30,8 @@ void AddAssigneeOptions(CLI::App* verb, Assignees& assignees);
 AssigneeNames Resolve(const Assignees& assignees);
 
 // A group that is known already keeps its members as of the last refresh; so a change that names groups refreshes
-// first, unless --no-refresh. Throws as Session::Refresh.
-void RefreshBefore(Session& session, const Assignees& assignees);
+// first, unless --no-refresh.
+bool RefreshesBefore(const Assignees& assignees);
 
 // The array that a change document carries as "user_group".
 Json::Value AssigneeDocument(const AssigneeNames& names);

@@ -115,6 +115,7 @@ CommandLine::CommandLine() : app_("", "delegationctl") {
   };
   flag("--json", globals_.json, "answer with one JSON object");
   flag("-q,--quiet", globals_.quiet, "names only, one per line, or the exit status alone");
+  flag("-n,--dry-run", globals_.dryRun, "show who would gain and lose what, and change nothing");
   flag("-y,--yes", globals_.yes, "do not ask");
   flag("--force", globals_.force, "override a guard (see refresh)");
   app_.add_option("--db", globals_.database, "the database, else DELEGATIONCTL_DB or the configured one")

@@ -3,6 +3,7 @@
 
 #include <exception>
 #include <string>
+#include <string_view>
 
 namespace delegationctl {
 
@@ -10,7 +11,7 @@ namespace delegationctl {
 enum Status : int { kDone = 0, kNo = 1, kUsage = 2, kFailed = 3, kUnknown = 4, kRefused = 5 };
 
 struct ErrorCode {
-  const char* code;  // the "code" of a JSON error
+  std::string_view code;  // the "code" of a JSON error
   Status status;
 };
 
@@ -27,6 +28,7 @@ inline constexpr ErrorCode kCopy{"copy", kFailed};
 inline constexpr ErrorCode kLocked{"locked", kFailed};
 inline constexpr ErrorCode kDemo{"demo", kFailed};
 inline constexpr ErrorCode kOutput{"output", kFailed};
+inline constexpr ErrorCode kSystem{"system", kFailed};
 inline constexpr ErrorCode kInternal{"internal", kFailed};
 inline constexpr ErrorCode kNoDatabase{"no_database", kUnknown};
 inline constexpr ErrorCode kNoDelegation{"no_delegation", kUnknown};
@@ -39,16 +41,18 @@ inline constexpr ErrorCode kAmbiguous{"ambiguous", kRefused};
 inline constexpr ErrorCode kNameTaken{"name_taken", kRefused};
 inline constexpr ErrorCode kUnconfirmed{"unconfirmed", kRefused};
 inline constexpr ErrorCode kNotADemo{"not_a_demo", kRefused};
+inline constexpr ErrorCode kRefusedByRule{"refused", kRefused};
 }  // namespace errors
 
 // Thrown to stop the command: what is wrong (small first letter, names in quotes) and, in `hint`, the remedy. A failure
 // without one shows what the library has logged.
 struct Exit : std::exception {
-  Exit(const ErrorCode& code, std::string message, std::string hint = "")
-      : error(code), text(std::move(message)), remedy(std::move(hint)) {}
+  Exit(const ErrorCode& error, std::string message, std::string hint = "")
+      : code(error.code), status(error.status), text(std::move(message)), remedy(std::move(hint)) {}
   const char* what() const noexcept override { return text.c_str(); }
 
-  const ErrorCode& error;
+  std::string code;
+  Status status;
   std::string text;
   std::string remedy;
 };

@@ -9,6 +9,7 @@
 #include <exception>
 #include <iostream>
 
+#include "admin/error.h"
 #include "command_line.h"
 #include "errors.h"
 #include "output.h"
@@ -16,6 +17,9 @@
 #include "verbs.h"
 
 namespace delegationctl {
+
+using namespace NIMBO::QUAYPOST_SERVER;
+
 namespace {
 
 // A file that is opened later must not become standard input, output or error. Reading and writing fail as before.
@@ -46,18 +50,17 @@ int Say(const Answer& answer, bool json, bool quiet) {
 // The remedy, or where to look for one.
 std::string Hint(const Exit& exit, const std::vector<std::string>& log) {
   if (!exit.remedy.empty()) return exit.remedy;
-  if (exit.error.status == kUsage)
-    return "delegationctl --help lists the verbs, delegationctl VERB --help their options";
-  return exit.error.status == kFailed && !log.empty() ? "the log says: " + Joined(log, "; ") : "";
+  if (exit.status == kUsage) return "delegationctl --help lists the verbs, delegationctl VERB --help their options";
+  return exit.status == kFailed && !log.empty() ? "the log says: " + Joined(log, "; ") : "";
 }
 
 int Say(const Exit& exit, const std::vector<std::string>& log, bool json) {
   const std::string hint = Hint(exit, log);
   std::cerr << "delegationctl: " << exit.text << '\n';
   if (!hint.empty()) std::cerr << "  " << hint << '\n';
-  if (json && &exit.error != &errors::kOutput) {
+  if (json && exit.code != errors::kOutput.code) {
     Json::Value error;
-    error["code"] = exit.error.code;
+    error["code"] = exit.code;
     error["message"] = exit.text;
     error["hint"] = hint;
     error["log"] = JsonArray(log);
@@ -65,7 +68,22 @@ int Say(const Exit& exit, const std::vector<std::string>& log, bool json) {
     document["error"] = error;
     std::cout << JsonText(document) << std::endl;
   }
-  return exit.error.status;
+  return exit.status;
+}
+
+Exit FromAdmin(const admin::Error& error) {
+  switch (error.kind()) {
+    case admin::Error::kDatabase:
+      return {errors::kDatabase, Printable(error.what())};
+    case admin::Error::kAccounts:
+      return {errors::kAccounts, Printable(error.what())};
+    case admin::Error::kInput:
+      return {errors::kBadUsage, Printable(error.what())};
+    case admin::Error::kRefused:
+      return {errors::kRefusedByRule, Printable(error.what())};
+    default:
+      return {errors::kSystem, Printable(error.what())};
+  }
 }
 
 int Run(const CommandLine& line, Log& log) {
@@ -108,6 +126,8 @@ int Main(int argc, const char* const* argv) {
     return Run(line, *log);
   } catch (const Exit& exit) {
     return Say(exit, lines(log.get()), json);
+  } catch (const admin::Error& error) {
+    return Say(FromAdmin(error), lines(log.get()), json);
   } catch (const std::exception& error) {
     return Say(Exit(errors::kInternal, fmt::format("unexpected: {}", Printable(error.what()))), lines(log.get()), json);
   }

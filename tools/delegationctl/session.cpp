@@ -16,7 +16,9 @@
 #include <iostream>
 #include <thread>
 
+#include "admin/what_if.h"
 #include "api/delegation_api.h"
+#include "effect_text.h"
 #include "errors.h"
 #include "output.h"
 #include "platform/mailserver.h"
@@ -107,7 +109,7 @@ void Session::Confirm(const std::string& action, const std::string& effect) cons
   if (!isatty(STDIN_FILENO)) {
     throw Exit(errors::kUnconfirmed,
                action + " needs confirmation, and there is no terminal to ask on; nothing was changed",
-               "repeat with --yes");
+               "repeat with --yes, or see the effect with --dry-run");
   }
   std::cerr << "go on? [y/N] " << std::flush;
   std::string reply;
@@ -117,35 +119,119 @@ void Session::Confirm(const std::string& action, const std::string& effect) cons
   }
 }
 
-std::string Session::Refresh() {
-  const NIMBOAccountScope accounts(NIMBOAccountScope::kEnumerate);  // the same answers for both steps
-  const RefreshPreview preview = PreviewRefresh();
-  if (!preview.renames.empty()) {
-    Confirm("a refresh with accounts of another name",
-            Joined(preview.renames, "\n") + "\nwho has the id keeps all that was assigned under the old name");
-  }
-  const std::string copy = preview.removes || !preview.renames.empty() ? KeepCopy(DatabasePath()) : "";
-  if (DelegationRefresh()) return copy;
+void Session::RefreshFromHost() const {
+  if (DelegationRefresh()) return;
   if (!Logged(kOutageLine)) throw Exit(errors::kRefresh, "the refresh from the host failed");
   throw Exit(errors::kOutage,
              "most stored users or groups are gone from the host: taken for an outage, nothing was changed",
              "if they are really gone: delegationctl refresh --force");
 }
 
-void Session::RequireRefreshAnnounced() const {
-  if (Logged(kRefreshNotAnnounced)) NotAnnounced("the refresh");
+// Asks about renamed accounts and, if somebody is going to be removed, keeps the database as it is; the copy's path.
+std::string Session::PrepareRefresh() const {
+  const RefreshPreview preview = PreviewRefresh();
+  if (!preview.renames.empty()) {
+    Confirm("a refresh with accounts of another name",
+            Joined(preview.renames, "\n") + "\nwho has the id keeps all that was assigned under the old name");
+  }
+  return preview.removes || !preview.renames.empty() ? KeepCopy(DatabasePath()) : "";
 }
 
-void Session::Store(const std::string& what, const std::function<bool()>& change) {
-  const bool changed = change();
-  if (Logged(kChangeNotAnnounced)) NotAnnounced(what);
-  if (changed) return;
-  try {
-    Refresh();
-  } catch (const Exit& refresh) {
-    throw Exit(errors::kLibrary, fmt::format("{} was not stored, or not completely, and then {}", what, refresh.text));
+namespace {
+
+constexpr char kStopped[] = "stopped";  // member of what a change tells: the Exit that it threw
+constexpr char kLog[] = "log";
+
+// Runs the change; an Exit becomes a part of what it tells, so that it can come from another process.
+admin::Change Telling(const Intent& intent, const Log& log) {
+  return [&intent, &log](Json::Value& told) {
+    const auto begin = static_cast<std::ptrdiff_t>(log.Lines().size());
+    bool done = false;
+    try {
+      done = intent.run(told);
+    } catch (const Exit& exit) {
+      told[kStopped]["code"] = exit.code;
+      told[kStopped]["status"] = exit.status;
+      told[kStopped]["text"] = exit.text;
+      told[kStopped]["remedy"] = exit.remedy;
+    }
+    told[kLog] = JsonArray({log.Lines().begin() + begin, log.Lines().end()});
+    return done;
+  };
+}
+
+// Throws the Exit that stopped the change, if one did.
+void RequireNotStopped(const Json::Value& told) {
+  if (!told.isMember(kStopped)) return;
+  const Json::Value& stopped = told[kStopped];
+  const std::string code = stopped["code"].asString();
+  throw Exit({code, static_cast<Status>(stopped["status"].asInt())}, stopped["text"].asString(),
+             stopped["remedy"].asString());
+}
+
+Carried FromTried(admin::Tried tried) {
+  Carried carried;
+  carried.effect = std::move(tried.effect);
+  tried.result.removeMember(kLog);
+  carried.told = std::move(tried.result);
+  return carried;
+}
+
+}  // namespace
+
+Carried Session::Try(const Intent& intent) const {
+  admin::Tried tried = admin::TryOut(Telling(intent, log_));
+  std::vector<std::string> lines;
+  for (const Json::Value& line : tried.result[kLog]) lines.push_back(line.asString());
+  log_.Append(lines);
+  RequireNotStopped(tried.result);
+  if (!tried.done) {
+    throw Exit(errors::kLibrary, fmt::format("{} cannot be stored; nothing was changed", intent.what));
   }
-  throw Exit(errors::kLibrary, what + " was not stored, or not completely");
+  Carried carried = FromTried(std::move(tried));
+  carried.dry = true;
+  return carried;
+}
+
+// A refresh, after a change that the library has ended half-way.
+void Session::SetRight(const Intent& intent) const {
+  try {
+    PrepareRefresh();
+    RefreshFromHost();
+  } catch (const Exit& refresh) {
+    throw Exit(errors::kLibrary,
+               fmt::format("{} was not stored, or not completely, and then {}", intent.what, refresh.text));
+  }
+}
+
+Carried Session::Carry(const Intent& intent) {
+  const NIMBOAccountScope accounts(intent.refreshes ? NIMBOAccountScope::kEnumerate : NIMBOAccountScope::kRemember);
+  if (globals_.dryRun) return Try(intent);
+  if (!globals_.yes) {
+    const Carried tried = Try(intent);
+    if (tried.effect.CountLosing() > 0) Confirm(intent.action, LosersText(tried.effect));
+  }
+  const std::string copy = intent.refreshes ? PrepareRefresh() : "";
+  admin::Tried done = admin::CarryOut(Telling(intent, log_));
+  if (Logged(kChangeNotAnnounced)) NotAnnounced(intent.what);
+  if (intent.refreshes && Logged(kRefreshNotAnnounced)) NotAnnounced("the refresh");
+  RequireNotStopped(done.result);
+  if (!done.done) {
+    SetRight(intent);
+    throw Exit(errors::kLibrary, intent.what + " was not stored, or not completely");
+  }
+  Carried carried = FromTried(std::move(done));
+  carried.copy = copy;
+  return carried;
+}
+
+void Carried::AddTo(Answer& answer) const {
+  answer.json["effect"] = effect.ToJson();
+  if (!dry) return;
+  answer.json["dry_run"] = true;
+  answer.text = EffectText(effect);
+  answer.quiet.clear();
+  for (const admin::PersonEffect& person : effect.people) answer.quiet += Printable(person.name) + "\n";
 }
 
 bool Session::Logged(const char* text) const {
@@ -154,6 +240,7 @@ bool Session::Logged(const char* text) const {
 }
 
 EditLock::EditLock(const Session& session) {
+  if (session.Options().dryRun) return;
   constexpr auto kPause = std::chrono::milliseconds(100);
   constexpr int kTries = 600;
   const std::string path = session.DatabasePath() + ".edit-lock";
@@ -172,6 +259,8 @@ EditLock::EditLock(const Session& session) {
   }
 }
 
-EditLock::~EditLock() { close(file_); }
+EditLock::~EditLock() {
+  if (file_ >= 0) close(file_);
+}
 
 }  // namespace delegationctl

@@ -6,7 +6,9 @@
 #include <string>
 #include <vector>
 
+#include "admin/effect.h"
 #include "demo_world.h"
+#include "output.h"
 
 namespace delegationctl {
 
@@ -14,6 +16,7 @@ namespace delegationctl {
 struct Globals {
   bool json = false;
   bool quiet = false;
+  bool dryRun = false;
   bool yes = false;
   bool force = false;
   bool verbose = false;
@@ -33,6 +36,9 @@ class Log {
 
   const std::vector<std::string>& Lines() const { return lines_; }
 
+  // Adds lines of another process, which has shown them already.
+  void Append(const std::vector<std::string>& lines) { lines_.insert(lines_.end(), lines.begin(), lines.end()); }
+
   // From now on the lines go to the configured target, or only to stderr: for a verb that does not end by itself.
   void StopCollecting();
 
@@ -42,6 +48,25 @@ class Log {
   const bool verbose_;
   bool collect_ = true;
   std::vector<std::string> lines_;
+};
+
+// A change, its names resolved.
+struct Intent {
+  std::string action;                          // for asking: "delete 1 delegation"
+  std::string what;                            // "\"Night\" (id 3)"
+  std::function<bool(Json::Value& told)> run;  // through the exported functions; what it wants to tell goes into `told`
+  bool refreshes = false;                      // it begins with a refresh from the host
+};
+
+// What has come of one.
+struct Carried {
+  NIMBO::QUAYPOST_SERVER::admin::Effect effect;
+  Json::Value told;
+  std::string copy;  // of the database as it was before a refresh that removes somebody, "" if there is none
+  bool dry = false;  // it was only tried out
+
+  // Completes the verb's answer to a change: the effect as "effect" and, with --dry-run, instead of the text.
+  void AddTo(Answer& answer) const;
 };
 
 class Session {
@@ -65,20 +90,20 @@ class Session {
   // Shows `effect` and asks on the terminal whether to go on; with --yes neither. Throws unconfirmed.
   void Confirm(const std::string& action, const std::string& effect) const;
 
-  // Runs DelegationRefresh. If it is going to remove anybody, the database as it was is kept first, and the copy's path
-  // is returned, "" otherwise. Throws outage, refresh, copy or database.
-  std::string Refresh();
+  // Every change goes through here: asks when somebody is going to lose a tab, makes it and tells what it did to
+  // people; with --dry-run tries it out instead. Throws what `intent.run` throws; unconfirmed; copy; failed, after a
+  // refresh that sets right what a change stopped half-way has left; not_announced.
+  Carried Carry(const Intent& intent);
 
-  // Runs a change that the library makes: `what` names it ("\"Night\" (id 3)"). Throws failed, after a refresh that
-  // sets right what a change stopped half-way has left, or not_announced.
-  void Store(const std::string& what, const std::function<bool()>& change);
-
-  // Throws not_announced when a refresh of this run was stored and could not be announced.
-  void RequireRefreshAnnounced() const;
+  // DelegationRefresh; throws outage or refresh. For an intent's `run`.
+  void RefreshFromHost() const;
 
  private:
   // Whether the library has logged a line that ends with `text`; names that a line quotes stand before its end.
   bool Logged(const char* text) const;
+  std::string PrepareRefresh() const;
+  Carried Try(const Intent& intent) const;
+  void SetRight(const Intent& intent) const;
 
   const Globals globals_;
   Log& log_;

@@ -93,6 +93,16 @@ void RequirePresent(const AssigneeNames& names, const Delegation& delegation) {
   }
 }
 
+// Who it is assigned to afterwards. `names` are those that were named, `changed` those for whom that is news.
+AssigneeNames After(const Delegation& delegation, const AssigneeNames& names, const AssigneeNames& changed,
+                    bool assign) {
+  if (!assign) return {Those(delegation.users, names.users, false), Those(delegation.groups, names.groups, false)};
+  AssigneeNames after = {delegation.users, delegation.groups};
+  after.users.insert(after.users.end(), changed.users.begin(), changed.users.end());
+  after.groups.insert(after.groups.end(), changed.groups.begin(), changed.groups.end());
+  return after;
+}
+
 Answer Change(Session& session, const Arguments& arguments, bool assign) {
   if (arguments.assignees.users.empty() && arguments.assignees.groups.empty()) {
     throw Exit(errors::kBadUsage, "nobody is named", "say whom with --user or --group");
@@ -100,36 +110,35 @@ Answer Change(Session& session, const Arguments& arguments, bool assign) {
   const EditLock lock(session);
   Delegation delegation = Load(arguments.name);
   const AssigneeNames names = assign ? Resolve(arguments.assignees) : ResolveAssigned(arguments.assignees, delegation);
-  const std::string effect =
-      fmt::format("{} {}: {}", assign ? "assign" : "unassign", Described(delegation), Named(names));
-  if (!assign) session.Confirm("unassign 1 delegation", effect);
-  RefreshBefore(session, arguments.assignees);
-  delegation = Load(fmt::format("id:{}", delegation.id));  // the refresh may have removed assignees
+  const bool refreshes = RefreshesBefore(arguments.assignees);
+  const std::string id = fmt::format("id:{}", delegation.id);
+  const auto change = [&](Json::Value& told) {
+    if (refreshes) session.RefreshFromHost();
+    delegation = Load(id);  // the refresh may have removed assignees
+    const AssigneeNames changed = {Those(names.users, delegation.users, !assign),
+                                   Those(names.groups, delegation.groups, !assign)};
+    const AssigneeNames after = After(delegation, names, changed, assign);
+    told["users"] = JsonArray(after.users);
+    told["groups"] = JsonArray(after.groups);
+    told["who"] = Named(changed);
+    if (changed.users.empty() && changed.groups.empty()) return true;
+    RequirePresent(after, delegation);
+    delegation.document["user_group"] = AssigneeDocument(after);
+    return DelegationDelegationUpdate(delegation.document);
+  };
+  const Carried carried = session.Carry(
+      {assign ? "assign 1 delegation" : "unassign 1 delegation", Described(delegation), change, refreshes});
 
-  AssigneeNames after;
-  AssigneeNames changed = {Those(names.users, delegation.users, !assign),
-                           Those(names.groups, delegation.groups, !assign)};
-  if (assign) {
-    after = {delegation.users, delegation.groups};
-    after.users.insert(after.users.end(), changed.users.begin(), changed.users.end());
-    after.groups.insert(after.groups.end(), changed.groups.begin(), changed.groups.end());
-  } else {
-    after = {Those(delegation.users, names.users, false), Those(delegation.groups, names.groups, false)};
-  }
   Answer answer;
+  const std::string who = carried.told["who"].asString();
   answer.json = Reference(delegation.id, delegation.name);
-  answer.json["users"] = JsonArray(after.users);
-  answer.json["groups"] = JsonArray(after.groups);
-  answer.json["changed"] = !changed.users.empty() || !changed.groups.empty();
-  if (!answer.json["changed"].asBool()) {
-    session.RequireRefreshAnnounced();
-    answer.text = fmt::format("{} is so already\n", Described(delegation));
-    return answer;
-  }
-  RequirePresent(after, delegation);
-  delegation.document["user_group"] = AssigneeDocument(after);
-  session.Store(Described(delegation), [&] { return DelegationDelegationUpdate(delegation.document); });
-  answer.text = fmt::format("{} {}: {}\n", assign ? "assigned" : "unassigned", Described(delegation), Named(changed));
+  answer.json["users"] = carried.told["users"];
+  answer.json["groups"] = carried.told["groups"];
+  answer.json["changed"] = !who.empty();
+  answer.text = who.empty()
+                    ? fmt::format("{} is so already\n", Described(delegation))
+                    : fmt::format("{} {}: {}\n", assign ? "assigned" : "unassigned", Described(delegation), who);
+  carried.AddTo(answer);
   return answer;
 }
 

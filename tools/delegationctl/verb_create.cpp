@@ -41,15 +41,23 @@ Answer Create(Session& session, const Arguments& arguments) {
     const Snapshot snapshot;
     RequireFreeName(LoadDelegations(), arguments.name);
   }
-  RefreshBefore(session, arguments.assignees);
   if (!names.users.empty() || !names.groups.empty()) document["user_group"] = AssigneeDocument(names);
 
-  int id = -1;
-  session.Store(Quoted(arguments.name), [&] { return DelegationDelegationCreate(document, id); });
+  const bool refreshes = RefreshesBefore(arguments.assignees);
+  const auto create = [&](Json::Value& told) {
+    if (refreshes) session.RefreshFromHost();
+    int id = -1;
+    const bool created = DelegationDelegationCreate(document, id);
+    told["id"] = id;
+    return created;
+  };
+  const Carried carried = session.Carry({"create 1 delegation", Quoted(arguments.name), create, refreshes});
 
   Answer answer;
+  const int id = carried.told["id"].asInt();
   answer.json = Reference(id, arguments.name);
   answer.text = fmt::format("created {} (id {})\n", Quoted(arguments.name), id);
+  carried.AddTo(answer);
   return answer;
 }
 

@@ -41,9 +41,11 @@ Answer Delete(Session& session, const Arguments& arguments) {
     described.push_back(fmt::format("{} (id {})", Quoted(name), id));
     answer.json["deleted"].append(Reference(id, name));
   }
-  session.Confirm("delete " + Count(chosen.size(), "delegation"), "delete " + Joined(described));
-  session.Store("the deletion of " + Joined(described), [&] { return DelegationDelegationDelete(ids); });
+  const Carried carried =
+      session.Carry({"delete " + Count(chosen.size(), "delegation"), "the deletion of " + Joined(described),
+                     [&](Json::Value&) { return DelegationDelegationDelete(ids); }});
   answer.text = fmt::format("deleted {}\n", Joined(described));
+  carried.AddTo(answer);
   return answer;
 }
 

@@ -13,14 +13,20 @@ constexpr int kNoVanishLimit = 100;  // percent
 Answer Refresh(Session& session) {
   const EditLock lock(session);
   if (session.Options().force) MailserverSetVanishLimit(kNoVanishLimit);
-  const std::string copy = session.Refresh();
-  session.RequireRefreshAnnounced();
+  const auto refresh = [&](Json::Value&) {
+    session.RefreshFromHost();
+    return true;
+  };
+  const Carried carried = session.Carry({"a refresh from the host", "the refresh", refresh, true});
 
   Answer answer;
-  answer.json["refreshed"] = true;
-  answer.json["copy"] = copy.empty() ? Json::Value() : Json::Value(copy);
+  answer.json["refreshed"] = !carried.dry;
+  answer.json["copy"] = carried.copy.empty() ? Json::Value() : Json::Value(carried.copy);
   answer.text = "refreshed\n";
-  if (!copy.empty()) answer.text += "the database as it was before is kept in " + Printable(copy) + "\n";
+  if (!carried.copy.empty()) {
+    answer.text += "the database as it was before is kept in " + Printable(carried.copy) + "\n";
+  }
+  carried.AddTo(answer);
   return answer;
 }
 

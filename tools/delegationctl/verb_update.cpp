@@ -81,10 +81,11 @@ Answer Update(Session& session, const Arguments& arguments) {
     answer.text = fmt::format("{} is so already\n", Described(delegation));
     return answer;
   }
-  session.Confirm("update 1 delegation", fmt::format("update {}: {}", Described(delegation), Joined(changes)));
   document.removeMember("user_group");
-  session.Store(Described(delegation), [&] { return DelegationDelegationUpdate(document); });
+  const Carried carried = session.Carry({"update 1 delegation", Described(delegation),
+                                         [&](Json::Value&) { return DelegationDelegationUpdate(document); }});
   answer.text = fmt::format("updated {}: {}\n", Described(delegation), Joined(changes));
+  carried.AddTo(answer);
   return answer;
 }
 
