@@ -55,6 +55,8 @@ def rows(figures):
     yield "the same / in one transaction with lean lookups, each statement prepared once", get("create_prepared_once", 1000), "", None, None
     yield "finding 29 entries among the stored ones / listing them once", get("find_entries", 29), "", 2, 1.1
     yield "listing 100 delegations x 29 entries / one joined statement", get("list", 100), "", 2.5, 1.3
+    for name, what, goal in (("explain", "explain USER METHOD", 0.05), ("who_can", "who-can TAB", 5), ("review", "review", 5), ("check", "check", 5)):
+        yield f"`delegationctl {what}`, whole process, 100,000 users", get(name, 100000, "library_ns", 1e-9), " s", goal, None
     yield "`delegationctl can`, whole process, against `true`", difference("can", 10000, 1e-6), " ms more", 5, 3
 
 
@@ -130,6 +132,10 @@ def main(source, directory, command):
         if "library_ns" in figure:
             limit = f"{figure['limit_ns']:,.0f}" if "limit_ns" in figure else ""
             text.append(f"| {name} | {n:,} | {figure['library_ns']:,.0f} | {limit} |")
+    peers = "build/peers/table.md"
+    if directory == "docs" and os.path.exists(peers):
+        with open(peers, encoding="utf-8") as file:
+            text += ["", "Beside engines that a back-end might pick instead, the same decisions on the same users (`bench/peers/run`):", "", file.read().rstrip()]
     with open(f"{directory}/performance.md", "w", encoding="utf-8") as file:
         file.write("\n".join(text) + "\n")
     print(f"{directory}/performance.md: {len(missed)} goals missed", *missed, sep="\n  ")
