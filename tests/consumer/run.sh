@@ -1,29 +1,30 @@
 #!/bin/bash
-# Installs the build into a directory of its own and builds programs against it: through CMake, through pkg-config, and
-# one that includes each installed header alone.
+# Builds programs against the installed library: through CMake, through pkg-config, and one that includes each installed
+# header alone.
 #
-# usage: run.sh BUILD_DIRECTORY
+# usage: run.sh [BUILD_DIRECTORY]     of a build that is installed in a directory of its own; else the system's library
 set -euo pipefail
-build=$1
 here=$(cd "$(dirname "$0")" && pwd)
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 
-cmake --install "$build" --prefix "$work/prefix" > "$work/install.log"
-libdir=$(dirname "$(find "$work/prefix" -name libmailserver-delegation.so)")
+if [ $# -eq 1 ]; then
+  cmake --install "$1" --prefix "$work/prefix" > "$work/install.log"
+  libdir=$(dirname "$(find "$work/prefix" -name libmailserver-delegation.so)")
+  export CMAKE_PREFIX_PATH=$work/prefix PKG_CONFIG_PATH=$libdir/pkgconfig LD_LIBRARY_PATH=$libdir
+fi
 export MAILSERVER_CONF=$work/mailserver.conf
 printf '[log]\ntarget=%s\n' "$work/log" > "$MAILSERVER_CONF"
 
-cmake -S "$here" -B "$work/cmake" -DCMAKE_PREFIX_PATH="$work/prefix" > "$work/configure.log"
+cmake -S "$here" -B "$work/cmake" > "$work/configure.log"
 cmake --build "$work/cmake" > "$work/build.log"
 "$work/cmake/consumer" "$work/cmake.db"
 
-export PKG_CONFIG_PATH=$libdir/pkgconfig
 read -ra flags <<< "$(pkg-config --cflags --libs mailserver-delegation)"
-g++ -std=c++20 "$here/consumer.cpp" -o "$work/consumer" "${flags[@]}" -Wl,-rpath,"$libdir"
+g++ -std=c++20 "$here/consumer.cpp" -o "$work/consumer" "${flags[@]}"
 "$work/consumer" "$work/pkgconfig.db"
 
-headers=$work/prefix/include/mailserver-delegation
+headers=$(pkg-config --variable=includedir mailserver-delegation)
 count=0
 while read -r header; do
   printf '#include <%s>\n' "$header" | g++ -std=c++20 -Wall -Wextra -Werror -fsyntax-only "${flags[@]}" -x c++ -

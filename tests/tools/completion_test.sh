@@ -1,0 +1,57 @@
+#!/bin/bash
+# Checks what the completion offers by calling it as the shell does, and that it answers within 50 ms
+# (of processor time: the machine may be at work for others).
+#
+# usage: completion_test.sh DELEGATIONCTL COMPLETION
+set -euo pipefail
+program=$1
+work=$(mktemp -d)
+trap 'rm -rf "$work"' EXIT
+world=$work/world
+source "$2"
+
+# Completes a command line: `offer` is what it offers, as readline sorts it, `took` the milliseconds that it took.
+offered() {
+  local line=${1//WORLD/$world} TIMEFORMAT='%3U %3S' user system
+  read -ra COMP_WORDS <<< "${line//=/ = }"
+  [[ $line != *' ' ]] || COMP_WORDS+=("")
+  COMP_WORDS[0]=$program
+  COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
+  { time _delegationctl || true; } 2> "$work/time"
+  read -r user system < "$work/time"
+  took=$((10#${user/./} + 10#${system/./}))
+  mapfile -t COMPREPLY < <(printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort -u)
+  offer=${COMPREPLY[*]}
+}
+
+"$program" "--demo=$world" create "Night shift" --priority 60 --tab monitor_all > /dev/null
+failures=0
+slowest=0
+while IFS='|' read -r line expected; do
+  offered "$line"
+  [ "$took" -le "$slowest" ] || slowest=$took
+  [ "$offer" == "$expected" ] && continue
+  printf 'FAILED %s\n  expected %s\n  offered  %s\n' "$line" "$expected" "$offer"
+  failures=$((failures + 1))
+done <<'CASES'
+delegationctl un|unassign undo
+delegationctl --d|--db --demo --dry-run
+delegationctl update Helpdesk --o|--off --on
+delegationctl --color a|always auto
+delegationctl --demo=WORLD show |Helpdesk Night\ shift Postmaster
+delegationctl --db WORLD/delegation.db -q show Nig|Night\ shift
+delegationctl --db=WORLD/delegation.db delete Helpdesk Po|Postmaster
+delegationctl --demo=WORLD show "Nig|Night shift
+delegationctl --demo=WORLD can e|eva
+delegationctl --demo can e|eva
+delegationctl --demo can eva Webapi_Queue_Fl|Webapi_Queue_FlushAll_v1 Webapi_Queue_Flush_v1
+delegationctl --demo=WORLD assign Helpdesk --group hel|helpdesk
+delegationctl --demo=WORLD assign Helpdesk --user ann,b|ann,bob
+delegationctl create --demo Nobody --tab=queue,log_li|queue,log_list
+delegationctl tabs queu|queue
+delegationctl tabs --method Webapi_Queue_Fl|Webapi_Queue_FlushAll_v1 Webapi_Queue_Flush_v1
+delegationctl create |
+delegationctl show Helpdesk |
+CASES
+echo "slowest answer: $slowest ms"
+[ "$failures" -eq 0 ] && [ "$slowest" -le 50 ]
