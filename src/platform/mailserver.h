@@ -14,7 +14,7 @@
 
 /// Writes one message to the log. `priority` is a syslog(3) priority; the library always passes 3 (error).
 /// `format` and its arguments are printf's. The message is cut at 2,047 bytes; one trailing newline is dropped, every
-/// other control byte is written as \xNN. A message of the form "FILE:LINE TEXT" keeps FILE:LINE as its source.
+/// other control byte is written as `\xNN`. A message of the form "FILE:LINE TEXT" keeps FILE:LINE as its source.
 extern "C" MAILSERVER_EXPORT void maillog(int priority, const char* format, ...) __attribute__((format(printf, 2, 3)));
 
 namespace NIMBO::QUAYPOST_SERVER {

@@ -10,6 +10,7 @@
 
 #include "base/export.h"
 
+/// What a lookup answers.
 enum NIMBOStatus {
   NIMBO_OK = 0,
   NIMBO_NOT_FOUND = -1,
@@ -61,6 +62,9 @@ MAILSERVER_EXPORT void NIMBOGroupFree(NIMBOGROUP* group);
 /// makes the call fail.
 MAILSERVER_EXPORT int NIMBOGroupListMember(const char* group, NBLIBSZLIST** list);
 
+/// Appends the names that a group lists and that are no accounts; whoever gets such a name becomes a member.
+MAILSERVER_EXPORT int NIMBOGroupListStale(const char* group, NBLIBSZLIST** list);
+
 /// A list of names. `capacity` is a hint. Null when memory ran out. NBLIBCSzListGet gives null outside the list.
 MAILSERVER_EXPORT NBLIBSZLIST* NBLIBCSzListAlloc(int capacity);
 MAILSERVER_EXPORT int NBLIBCSzListCount(const NBLIBSZLIST* list);
@@ -86,6 +90,11 @@ MAILSERVER_EXPORT bool checkUnsupportedUser(const char* name);
 /// 1 when the account is a member of the administrators' group (`[accounts] admin_group=`), 0 when it is not or the
 /// group does not exist, negative for an unknown account or a lookup that failed. `flags` must be 0.
 MAILSERVER_EXPORT int NBLIBGroupIsAdminGroupMem(const char* name, int flags);
+
+/// The gids of the groups that an account is a member of, its primary one among them, each once: the first `size` of
+/// them go into `gids`. Returns their number, or a negative NIMBOStatus. A directory may count nested groups here,
+/// which NIMBOGroupListMember does not list.
+MAILSERVER_EXPORT int NIMBOUserListGroups(const char* name, unsigned int* gids, int size);
 
 /// Makes two files in passwd(5) and group(5) form this process's account source; null returns to the host's accounts.
 /// NIMBO_LOOKUP_FAILED when one cannot be read. Only a program can choose this: no configuration and no environment

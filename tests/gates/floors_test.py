@@ -39,24 +39,18 @@ def includes(path):
 
 
 def check_source(path):
-    folder = path.relative_to(SRC).parts[0]
-    name = str(path.relative_to(SRC))
+    name, folder = str(path.relative_to(SRC)), path.relative_to(SRC).parts[0]
     public = path.suffix == ".h" and not is_private(name)
     for number, include in includes(path):
         target = include.split("/")[0]
         if target not in FLOOR:
             fault(path, number, f"{include} is on no floor")
-            continue
-        own_circle = folder in CIRCLE and target in CIRCLE
         # base/log.h stands on the platform's declarations, and the platform's own sources log through it
-        below = FLOOR[target] <= FLOOR[folder] or (folder == "platform" and target == "base")
-        if not below:
+        elif FLOOR[target] > FLOOR[folder] and (folder, target) != ("platform", "base"):
             fault(path, number, f"{folder}/ includes {include}, which is above it")
-        if own_circle and target != folder and public:
-            fault(path, number, f"a public header of {folder}/ includes {include}")
-        if public and is_private(include):
-            fault(path, number, f"a public header includes {include}, which is not installed")
-        if include.startswith("platform/linux/") and folder != "platform":
+        elif public and (is_private(include) or folder != target and {folder, target} <= CIRCLE):
+            fault(path, number, f"a public header includes {include}")
+        elif include.startswith("platform/linux/") and folder != "platform":
             fault(path, number, "the platform is reached only through platform/*.h")
 
 

@@ -6,13 +6,13 @@ twin's if the change was acknowledged, must keep its rules, and the next process
 
 usage: crash_test.py DELEGATIONCTL [--kills N] [--seed S]
 """
-import argparse
 import os
+import random
 import shutil
 import sys
 import time
 
-from world import TABS, World, contents, delegation, seeded, violations
+from world import TABS, World, contents, delegation, options, violations
 
 USERS = [f"u{i}" for i in range(12)]
 GROUPS = [f"g{i}" for i in range(4)]
@@ -38,15 +38,15 @@ class Crash:
 
     def change(self):
         ids = [row[0] for row in contents(self.world.database)["delegation_table"]] if os.path.exists(self.world.database) else []
-        random, assignees = self.random, [f"group {self.random.choice(GROUPS)}"]
-        assignees += [f"user {name}" for name in random.sample(sorted(self.world.users), 3)]
-        document = delegation(f"D{random.randrange(1000)}", random.randrange(5), set(random.sample(TABS, 5)), assignees)
+        choose, assignees = self.random, [f"group {self.random.choice(GROUPS)}"]
+        assignees += [f"user {name}" for name in choose.sample(sorted(self.world.users), 3)]
+        document = delegation(f"D{choose.randrange(1000)}", choose.randrange(5), set(choose.sample(TABS, 5)), assignees)
         if len(ids) < 2:
             return ("DelegationDelegationCreate", document)
-        return random.choice([
+        return choose.choice([
             ("DelegationDelegationCreate", document),
-            ("DelegationDelegationUpdate", [{**document, "id": idx} for idx in random.sample(ids, 2)]),
-            ("DelegationDelegationDelete", random.sample(ids, 2)),
+            ("DelegationDelegationUpdate", [{**document, "id": idx} for idx in choose.sample(ids, 2)]),
+            ("DelegationDelegationDelete", choose.sample(ids, 2)),
             ("DelegationRefresh",)])
 
     def kill_once(self, first_open):
@@ -90,17 +90,14 @@ class Crash:
 
 
 def main():
-    arguments = argparse.ArgumentParser()
-    arguments.add_argument("program")
-    arguments.add_argument("--kills", type=int, default=200)
-    arguments.add_argument("--seed", type=int, default=int(time.time()))
-    options = arguments.parse_args()
-    crash = Crash(options.program, seeded(options.seed))
+    chosen = options(kills=200, seed=int(time.time()))
+    print(f"seed {chosen.seed}", flush=True)
+    crash = Crash(chosen.program, random.Random(chosen.seed))
     with crash.world, crash.twin:
-        for i in range(options.kills):
+        for i in range(chosen.kills):
             crash.kill_once(first_open=i % 10 == 0)
     states = ", ".join(f"{count} {state}" for state, count in crash.counts.items())
-    print(f"{options.kills} kills ({states}): none half applied, none acknowledged and lost")
+    print(f"{chosen.kills} kills ({states}): none half applied, none acknowledged and lost")
 
 
 if __name__ == "__main__":

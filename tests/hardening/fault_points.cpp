@@ -26,7 +26,8 @@ bool Fails(FaultPoint::Kind kind) {
 
 int FileError(int error) {
   if (Fails(FaultPoint::kFile)) return error;
-  return error == SQLITE_IOERR_WRITE && Fails(FaultPoint::kDiskFull) ? SQLITE_FULL : SQLITE_OK;
+  if (error == SQLITE_IOERR_WRITE && Fails(FaultPoint::kDiskFull)) return SQLITE_FULL;
+  return error == SQLITE_IOERR_LOCK && Fails(FaultPoint::kBusy) ? SQLITE_BUSY : SQLITE_OK;
 }
 
 // ---- Files: ours begins with SQLite's part of a file, behind it lies the default VFS's own file ----

@@ -16,6 +16,7 @@ class FaultPoint {
   enum Kind {
     kFile,            ///< every operation on a file, with its own I/O error
     kDiskFull,        ///< every write to a file, with SQLITE_FULL
+    kBusy,            ///< every lock that is taken, with SQLITE_BUSY
     kDatabaseMemory,  ///< every allocation of SQLite's
     kMemory,          ///< every operator new
   };

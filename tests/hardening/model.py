@@ -145,6 +145,10 @@ class Model:
     def switched_on(self, delegation):
         return sorted(tab for tab, data in self.entries_of(delegation).values() if data == "true")
 
+    def listed(self):
+        return {index: {"id": index, "name": name, "color": color, "priority": priority, **dict(self.entries_of(index).values())}
+                for index, (name, color, priority) in self.delegations.items()}
+
     def entries_of(self, delegation):
         return {entry: self.entries[entry] for owner, entry in self.delegation_entries if owner == delegation}
 

@@ -7,7 +7,6 @@ everybody's tabs and every table are compared.
 Sequence k comes from the seed FIRST + k alone: an interrupted run goes on from the seed that it printed last. A difference is
 shown with the shortest sequence, found by leaving out steps, that still has one.
 """
-import argparse
 import json
 import multiprocessing
 import os
@@ -16,18 +15,19 @@ import sqlite3
 import sys
 
 from model import Model
-from world import TABS, World, delegation, violations
+from world import HOSTILE, TABS, World, delegation, options, violations
 
 CREATE, UPDATE, UPDATE_ALONE, DELETE, REFRESH = ("DelegationDelegationCreate DelegationDelegationUpdate "
     "DelegationDelegationUpdateImpFromSingle DelegationDelegationDelete DelegationRefresh").split()
 HOST = "host"  # a step that changes the accounts: {"users": {NAME: uid}, "groups": {NAME: (gid, members)}, "down": SOURCE}
 ASSIGNEES = [{"type": "user", "name": "nobody"}, {"type": "group", "name": "nothing"}, {"type": "robot", "name": "ann"},
              {"type": "user", "name": "ann\0"}, {"type": "user", "name": 5}, {"type": "group"}, {"name": "ann"}, 5, [],
-             {"type": "group", "name": ""}, {"type": "group", "name": None}]
-DATA = [[], {}, ["true"], "x" * 2000, "x" * 1960, "true\0", None, True, False, 1, "", "TRUE", "'"]
+             {"type": "group", "name": ""}, {"type": "group", "name": None},
+             *({"type": kind, "name": text} for kind in ("user", "group") for text in HOSTILE)]
+DATA = [[], {}, ["true"], 5000000000, 2**64 - 1, "x" * 2000, "x" * 1960, "true\0", None, True, False, 1, "", "TRUE", "'"]
 MISTAKES = ([("name", value) for value in ("", 5, None, "a\0b", "é" * 1000, "'" * 973, *("n" * n for n in range(1943, 1950)))] +
             [("color", value) for value in (5, "\0", "", "c" * 3000)] +
-            [("priority", value) for value in (2**31, -2**31 - 1, 2**31 - 1, -2**31, "10", True, 5.5, None)] +
+            [("priority", value) for value in (2**63, [], {}, 2**31, -2**31 - 1, 2**31 - 1, -2**31, "10", True, 5.5, None)] +
             [("id", value) for value in (99, 0, -1, -2, "1", True, 2**31)] +
             [("user_group", value) for value in ({}, None, "ann", True)])
 
@@ -114,7 +114,8 @@ class Sequence:
         """The document with one mistake in it, or with what looks like one."""
         pick, tab, assignees = self.random.choice, self.random.choice(TABS), document.get("user_group", [])
         at = self.random.randrange(len(assignees) + 1)
-        member, value = pick([pick(MISTAKES), ("user_group", assignees[:at] + [pick(ASSIGNEES)] + assignees[at:]), (tab, pick(DATA))])
+        hostile = pick(HOSTILE)
+        member, value = pick([pick(MISTAKES), (pick(["name", "color", tab, hostile]), hostile), ("user_group", assignees[:at] + [pick(ASSIGNEES)] + assignees[at:]), (tab, pick(DATA))])
         if pick(range(5)) == 0:
             return {other: value for other, value in document.items() if other != member}
         return {**document, member: value}
@@ -182,9 +183,13 @@ def differences(world, rpc, steps, vanish_limit):
         for table, expected_rows in model.tables().items():
             if by_owner(rows[table]) != by_owner(expected_rows):
                 yield f"{number}: expected in {table} {expected_rows}, found {rows[table]}"
+    listed = {found["id"]: found for found in rpc.call("DelegationDelegationList", None)[1]}
+    if listed != model.listed():
+        yield f"at the end: expected the list {model.listed()}, found {listed}"
     broken = violations(world.database, model.settled())
     if broken:
         yield f"at the end: {broken}"
+    world.check_log()
 
 
 def shortened(program, steps, vanish_limit):
@@ -219,11 +224,7 @@ def brief(value):
 
 
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("program")
-    for option, default in (("--sequences", 500), ("--operations", 40), ("--seed", 1), ("--jobs", 2)):
-        parser.add_argument(option, type=int, default=default)
-    arguments = parser.parse_args()
+    arguments = options(sequences=500, operations=40, seed=1, jobs=2)
     tasks = ((arguments.program, arguments.operations, arguments.seed + k) for k in range(arguments.sequences))
     differing = 0
     with multiprocessing.Pool(arguments.jobs) as pool:

@@ -3,13 +3,12 @@
 
 usage: processes_test.py DELEGATIONCTL [--share N]    does a Nth of it (under a checker that slows everything down)
 """
-import argparse
 import contextlib
 import os
 import shutil
 import sys
 
-from world import World, contents, delegation, violations
+from world import World, contents, delegation, options, violations
 
 FLUSH = "Webapi_Queue_Flush_v1"  # of the tab "queue"
 ALLOWED, NOT_ALLOWED, ERROR = 0, 1, -1
@@ -32,51 +31,39 @@ def all_at_once(processes, batches):
     return [process.receive() for process in processes]
 
 
+def changes(p, number, operations, own):
+    """Process p's calls of this round; `own` are the delegations that it has made and not deleted."""
+    for i in range(operations):
+        document = delegation(f"P{p}-{number}-{i}", number, {"queue"} if i % 2 else {"service"},
+                              [f"user u{(p * 7 + i) % 20}", "group ops"])
+        if i % 6 == 1 and own:
+            yield "DelegationDelegationUpdate", {**document, "id": own[i % len(own)]}
+        elif i % 6 == 2 and len(own) > 4:
+            yield "DelegationDelegationDelete", [own.pop(0)]
+        else:
+            yield [("DelegationDelegationCreate", document), ("DelegationDelegationCreate", document),
+                   ("DelegationDelegationCreate", document), ("DelegationRefresh",), ("DelegationDelegationList", None),
+                   ("DelegationUserAllowWebapi", f"u{i % 20}", FLUSH)][i % 6]
+
+
 def mixed_changes(program, processes=8, rounds=10, operations=50):
     """Everybody creates, updates and deletes delegations of his own, refreshes and reads; then all of it must be there."""
     stack, world, rpcs = world_of_processes(program, 20, {"ops": (200, ["u1", "u2"])}, processes)
-    expected = {}                        # index: (name, priority)
-    own = [[] for _ in range(processes)]  # the indexes of each process
+    own = [{} for _ in range(processes)]  # of each process: {index: (name, priority)}
     with stack:
         for number in range(rounds):
-            batches, undone = [], []
-            for p in range(processes):
-                batch, kept = [], list(own[p])
-                for i in range(operations):
-                    document = delegation(f"P{p}-{number}-{i}", number, {"queue"} if i % 2 else {"service"},
-                                          [f"user u{(p * 7 + i) % 20}", "group ops"])
-                    kind = i % 6
-                    if kind == 1 and kept:
-                        batch.append(("DelegationDelegationUpdate", {**document, "id": kept[i % len(kept)]}))
-                    elif kind == 2 and len(kept) > 4:
-                        batch.append(("DelegationDelegationDelete", [kept.pop(0)]))
-                    elif kind == 3:
-                        batch.append(("DelegationRefresh",))
-                    elif kind == 4:
-                        batch.append(("DelegationDelegationList", None))
-                    elif kind == 5:
-                        batch.append(("DelegationUserAllowWebapi", f"u{i % 20}", FLUSH))
-                    else:
-                        batch.append(("DelegationDelegationCreate", document))
-                batches.append(batch)
+            batches = [list(changes(p, number, operations, list(own[p]))) for p in range(processes)]
             for p, answers in enumerate(all_at_once(rpcs, batches)):
                 for (method, *params), (returned, out) in zip(batches[p], answers):
-                    if method == "DelegationUserAllowWebapi":
-                        undone += [] if returned in (ALLOWED, NOT_ALLOWED) else [(p, method, params, returned)]
-                        continue
-                    undone += [] if returned is True else [(p, method, params, returned)]
-                    if method == "DelegationDelegationCreate":
-                        assert out not in expected, f"two delegations were told index {out}"
-                        own[p].append(out)
-                        expected[out] = (params[0]["name"], params[0]["priority"])
-                    elif method == "DelegationDelegationUpdate":
-                        expected[params[0]["id"]] = (params[0]["name"], params[0]["priority"])
-                    elif method == "DelegationDelegationDelete":
-                        own[p].remove(params[0][0])
-                        del expected[params[0][0]]
-            assert not undone, f"round {number}: {undone[:3]}"
-            found = {idx: (name, priority) for idx, name, _, priority in contents(world.database)["delegation_table"]}
-            assert found == expected, f"round {number}: lost or wrong: {set(found.items()) ^ set(expected.items())}"
+                    good = returned != ERROR if method == "DelegationUserAllowWebapi" else returned is True
+                    assert good, f"round {number}: {p} {method} {params} {returned}"
+                    if method == "DelegationDelegationDelete":
+                        del own[p][params[0][0]]
+                    elif method in ("DelegationDelegationCreate", "DelegationDelegationUpdate"):
+                        own[p][out or params[0]["id"]] = params[0]["name"], params[0]["priority"]
+            expected = sorted((idx, *fields) for rows in own for idx, fields in rows.items())
+            found = [(idx, name, priority) for idx, name, _, priority in contents(world.database)["delegation_table"]]
+            assert found == expected, f"round {number}: lost or wrong: {set(found) ^ set(expected)}"
             assert not violations(world.database), f"round {number}: {violations(world.database)}"
     print(f"{processes} processes x {rounds * operations} operations: none lost, none refused, every index right")
 
@@ -169,11 +156,8 @@ def files_change(program):
 
 
 def main():
-    arguments = argparse.ArgumentParser()
-    arguments.add_argument("program")
-    arguments.add_argument("--share", type=int, default=1)
-    options = arguments.parse_args()
-    program, share = options.program, options.share
+    chosen = options(share=1)
+    program, share = chosen.program, chosen.share
     mixed_changes(program, rounds=max(1, 10 // share))
     first_open(program, rounds=-(-60 // share))
     read_during_refresh(program, refreshes=-(-200 // share))

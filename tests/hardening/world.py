@@ -8,9 +8,10 @@
         rpc.call("DelegationDelegationCreate", delegation("Desk", 10, {"queue"}, ["group ops"]))   # (True, 1)
     assert violations(world.database) == []
 """
+import argparse
 import json
 import os
-import random
+import re
 import shlex
 import shutil
 import sqlite3
@@ -22,6 +23,12 @@ TABS = ("log_log service user_policy mail_monitor server_list mail_migration con
         "security_dataprotection all_domain_general all_domain_user_group all_domain_alias all_domain_autobcc "
         "all_domain_quota all_domain_disclaimer mail_delivery mail_delivery_security delegation audit_search quaypost").split()
 
+HOSTILE = ["'", "''", '"', "%", "%s%n%s%n%999999d", "%q", "\\", "\\x41", "a\nb", "\r\n", "\t", "\x1b[31m\x1b]0;x\x07", "\x7f\x01",
+         "\u009b31m", "\u202eb", "東\U0001F600", "x'); drop table user_table; --", "-1", "true ", "", "a\0b", "\0", "\ufffe"]
+LENGTHS = [1900, *range(1955, 1990, 6), *range(2040, 2061, 5), 100000]  # in bytes, around those at which a statement is cut
+HOSTILE += [(unit * length).encode()[:length].decode(errors="ignore") for length in LENGTHS for unit in ("n", "é'")]
+LOG_LINE = re.compile(rb"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4} [a-z0-9_]+\.(cpp|h):\d+ [^\x00-\x1f\x7f]*")
+LONGEST_LOG_LINE = 2047 + 64
 CONFIGURATION = """[delegation]
 database = {0}/delegation.db
 [accounts]
@@ -113,6 +120,13 @@ class World:
         self.write("passwd", "".join(f"{name}:x:{uid}:100::/:/bin/sh\n" for name, uid in self.users.items()))
         self.write("group", "".join(f"{name}:x:{gid}:{','.join(members)}\n" for name, (gid, members) in self.groups.items()))
 
+    def check_log(self):
+        with open(self.directory + "/log", "rb") as file:
+            lines = file.read().split(b"\n")
+        assert lines.pop() == b"", "the last log line is cut"
+        for line in lines:
+            assert LOG_LINE.fullmatch(line) and len(line) <= LONGEST_LOG_LINE, f"log line {line!r}"
+
     def rpc(self):
         return Rpc(self.program, self.directory)
 
@@ -192,7 +206,10 @@ def supporters(rows, uid):
             {idx for gid, idx in rows["group2delegation_table"] if gid in groups})
 
 
-def seeded(seed):
-    """A random generator, and a line to show it by."""
-    print(f"seed {seed}", flush=True)
-    return random.Random(seed)
+def options(**defaults):
+    """The command line of an attack: the program, and numbers with these defaults."""
+    arguments = argparse.ArgumentParser()
+    arguments.add_argument("program")
+    for name, default in defaults.items():
+        arguments.add_argument("--" + name, type=int, default=default)
+    return arguments.parse_args()

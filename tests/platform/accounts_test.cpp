@@ -1,5 +1,7 @@
-// The account functions over both sources: a passwd and a group file, and the host's name service (libnss-wrapper
-// gives it its contents).
+// The account functions over both sources, a passwd and a group file, and glibc's name service (nss_module.cpp), and
+// what they say when that fails.
+#include <nss.h>
+
 #include "platform/platform_test.h"
 
 namespace {
@@ -21,25 +23,24 @@ class AccountsTest : public ::testing::TestWithParam<Source> {
   }
 
   void Configure(const std::string& settings) {
-    NIMBO::QUAYPOST_SERVER::MailserverSetConfigFile(Directory().WriteAged("conf", "[accounts]\n" + settings));
+    NIMBO::QUAYPOST_SERVER::MailserverSetConfigFile(directory_.Write("conf", "[accounts]\n" + settings));
   }
 
-  static void WriteAccounts(const std::string& passwd, const std::string& group) {
-    const std::string passwd_path = Directory().WriteAged("passwd", passwd);
-    const std::string group_path = Directory().WriteAged("group", group);
-    if (GetParam() == kFiles) NIMBOUseAccountFiles(passwd_path.c_str(), group_path.c_str());
-    setenv("NSS_WRAPPER_PASSWD", passwd_path.c_str(), 1);
-    setenv("NSS_WRAPPER_GROUP", group_path.c_str(), 1);
+  void WriteAccounts(const std::string& passwd, const std::string& group) {
+    const std::string passwdPath = directory_.Write("passwd", passwd), groupPath = directory_.Write("group", group);
+    if (GetParam() == kFiles) {
+      NIMBOUseAccountFiles(passwdPath.c_str(), groupPath.c_str());
+      return;
+    }
+    __nss_configure_lookup("passwd", "fake");
+    __nss_configure_lookup("group", "fake");
+    __nss_configure_lookup("initgroups", "fake");
+    setenv("NSS_PASSWD", passwdPath.c_str(), 1);
+    setenv("NSS_GROUP", groupPath.c_str(), 1);
   }
 
+  const TempDirectory directory_;
   LogCapture log_;
-
- private:
-  /// One for the process: libnss-wrapper never looks for other paths than the first.
-  static const TempDirectory& Directory() {
-    static const TempDirectory directory;
-    return directory;
-  }
 };
 
 INSTANTIATE_TEST_SUITE_P(Over, AccountsTest, ::testing::Values(kFiles, kNameService),
@@ -71,9 +72,9 @@ TEST_P(AccountsTest, TheIdThatNobodyHasNeverResolvesAndNisMarksAreNoAccounts) {
   EXPECT_EQ(NIMBOGroupGet("max", &group), NIMBO_NOT_FOUND);
   EXPECT_EQ(NIMBOGroupGetByGID(4294967295U, &group), NIMBO_NOT_FOUND);
   EXPECT_EQ(Members("users"), Names{"bob"});
-  if (GetParam() == kNameService) return;  // libnss-wrapper refuses such lines
   WriteAccounts("+nis::::::\n-bob::::::\n::0:100:::\nbob:x:1002:100:::\n", "");
   EXPECT_EQ(Enumerated(), Names{"bob"});
+  if (GetParam() == kNameService) return;  // glibc's own files see to it themselves
   EXPECT_EQ(User("+nis"), kNotFound);
 }
 
@@ -93,8 +94,7 @@ TEST_P(AccountsTest, PrimaryMembersComeInTheHostsOrderWhoeverWasLookedUpBefore) 
 }
 
 TEST_P(AccountsTest, AGroupOfThousandsIsReadWhole) {
-  // 1.7 MB and 85 kB. libnss-wrapper reports a short buffer in a way of its own, so it gets the small one.
-  const std::size_t count = GetParam() == kFiles ? 100'000 : 5'000;
+  constexpr std::size_t count = 100'000;  // 1.7 MB
   std::string passwd, members;
   for (std::size_t i = 0; i < count; ++i) {
     const std::string name = "somebody-" + std::to_string(100'000 + i);
@@ -157,6 +157,88 @@ TEST_P(AccountsTest, AScopeRemembersEveryAnswerUntilTheOutermostOneEnds) {
   }
   EXPECT_EQ(User("alice"), kNotFound);
   EXPECT_EQ(User("erin"), "erin 1005");
+}
+
+class AccountOutageTest : public AccountsTest {
+ protected:
+  AccountOutageTest() {
+    WriteAccounts("alice:x:1001:100:::\nbob:x:1002:100:::\nhidden:x:1003:100:::\n", "users:x:100:alice\n");
+    Configure("admin_group=users\n");
+  }
+  ~AccountOutageTest() override { unsetenv("NSS_OUTAGE"); }
+
+  static void Break(const std::string& what, nss_status status, int error) {
+    setenv("NSS_OUTAGE", (what + " " + std::to_string(status) + " " + std::to_string(error)).c_str(), 1);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Over, AccountOutageTest, ::testing::Values(kNameService));
+
+TEST_P(AccountOutageTest, OnlyADefiniteAnswerIsNotFound) {
+  struct {
+    nss_status status;
+    int error;
+    int answer;
+  } const cases[] = {{NSS_STATUS_NOTFOUND, ENOENT, NIMBO_NOT_FOUND},
+                     {NSS_STATUS_NOTFOUND, 0, NIMBO_NOT_FOUND},
+                     {NSS_STATUS_UNAVAIL, ECONNREFUSED, NIMBO_LOOKUP_FAILED},
+                     {NSS_STATUS_TRYAGAIN, EAGAIN, NIMBO_LOOKUP_FAILED},
+                     {NSS_STATUS_TRYAGAIN, ERANGE, NIMBO_LOOKUP_FAILED},  // fits into no buffer
+                     {NSS_STATUS_UNAVAIL, ENOENT, NIMBO_NOT_FOUND},       // glibc cannot tell this from the first
+                     {NSS_STATUS_UNAVAIL, 0, NIMBO_NOT_FOUND}};
+  for (const auto& [status, error, answer] : cases) {
+    Break("lookup", status, error);
+    log_.Clear();
+    NIMBOGROUP* group = nullptr;
+    EXPECT_EQ(User("alice"), std::to_string(answer)) << status << " " << error;
+    EXPECT_EQ(User(1001U), std::to_string(answer));
+    EXPECT_EQ(NIMBOGroupGet("users", &group), answer);
+    EXPECT_EQ(NIMBOGroupGetByGID(100, &group), answer);
+    EXPECT_EQ(NBLIBGroupIsAdminGroupMem("alice", 0), answer);
+    EXPECT_TRUE(checkUnsupportedUser("alice"));
+    EXPECT_EQ(log_.Lines().size(), answer == NIMBO_NOT_FOUND ? 0u : 6u);
+  }
+}
+
+TEST_P(AccountOutageTest, AnEnumerationThatDiesMidwayIsAnErrorAndNotAShortList) {
+  EXPECT_EQ(Enumerated(), (Names{"alice", "bob"}));
+  for (const auto& [status, error] : {std::pair(NSS_STATUS_UNAVAIL, ECONNREFUSED), {NSS_STATUS_TRYAGAIN, EAGAIN}}) {
+    Break("enumeration", status, error);
+    EXPECT_EQ(Enumerated(), Names{kFailed});
+    EXPECT_EQ(Members("users"), Names{kFailed});
+    EXPECT_EQ(NBLIBGroupIsAdminGroupMem("bob", 0), 1) << "needs no enumeration";
+    const NIMBOAccountScope scope(NIMBOAccountScope::kEnumerate);
+    EXPECT_EQ(Members("users"), Names{kFailed});
+    EXPECT_EQ(User("bob"), "bob 1002");
+  }
+}
+
+TEST_P(AccountOutageTest, AListedMemberWhoCannotBeLookedUpFailsTheGroup) {
+  const NIMBOAccountScope scope(NIMBOAccountScope::kRemember);
+  NIMBOGROUP* group = nullptr;
+  ASSERT_EQ(NIMBOGroupGet("users", &group), NIMBO_OK);
+  NIMBOGroupFree(group);
+  Break("lookup", NSS_STATUS_UNAVAIL, ECONNREFUSED);
+  EXPECT_EQ(Members("users"), Names{kFailed});
+}
+
+TEST_P(AccountOutageTest, AScopeRemembersAnErrorAndLogsItOnce) {
+  const NIMBOAccountScope scope(NIMBOAccountScope::kRemember);
+  Break("lookup", NSS_STATUS_UNAVAIL, ECONNREFUSED);
+  EXPECT_EQ(User("alice"), kFailed);
+  unsetenv("NSS_OUTAGE");
+  EXPECT_EQ(User("alice"), kFailed);
+  EXPECT_EQ(log_.Texts(), Names{"cannot look up user alice: Connection refused"});
+}
+
+TEST_P(AccountOutageTest, WhoIsMissingFromTheEnumerationIsLookedUpAndJoinsThePrimaryGroup) {
+  const NIMBOAccountScope scope(NIMBOAccountScope::kEnumerate);
+  EXPECT_EQ(Members("users"), (Names{"alice", "bob"}));
+  EXPECT_EQ(User(1003U), "hidden 1003");
+  EXPECT_EQ(Members("users"), (Names{"alice", "bob", "hidden"}));
+  Break("lookup", NSS_STATUS_UNAVAIL, ECONNREFUSED);
+  EXPECT_EQ(User("bob"), "bob 1002") << "known from the enumeration";
+  EXPECT_EQ(User("hidden"), kFailed);
 }
 
 TEST(AccountFiles, AnUnreadableFileIsRefusedAndOneThatVanishesIsAnOutage) {

@@ -34,7 +34,7 @@ class TempDirectory {
     return WriteAt(time(nullptr), name, content);
   }
 
-  /// As Write, but long ago, and in another second each time: libnss-wrapper tells versions apart by whole seconds.
+  /// As Write, but long ago, and in another second each time.
   std::string WriteAged(const std::string& name, const std::string& content) const {
     static time_t second = 1'600'000'000;
     return WriteAt(++second, name, content);

@@ -8,10 +8,8 @@
 
 #include <filesystem>
 #include <functional>
-#include <new>
 #include <optional>
 
-#include "model/delegation_delegation.h"
 #include "role/role_db_scope.h"
 #include "storage/delegation_db_handler.h"
 #include "storage/delegation_db_strategy.h"
@@ -99,28 +97,6 @@ TEST(Connection, IsDefensiveAndChecksNoForeignKeysWhateverTheDefaults) {
   }
 }
 
-TEST(Connection, KeepsTheJournalModeOfTheFile) {
-  for (const char* mode : {"delete", "wal"}) {
-    TempDatabase database;
-    database.Exec(std::string("pragma journal_mode = ") + mode);
-    EXPECT_TRUE(StoresUser(Current(), 1));
-    EXPECT_EQ(Uids(database), Rows{"1"});
-    EXPECT_EQ(database.Rows("pragma journal_mode"), Rows{mode});
-  }
-}
-
-TEST(Handle, FollowsAFileThatIsReplacedAndStaysTheSameObject) {
-  TempDatabase database;
-  RoleDBHandler* const handle = Current();
-  ASSERT_TRUE(StoresUser(handle, 1));
-  fs::copy(database.Path(), database.Path() + ".new");
-  database.Exec("update user_table set uid = 100");
-  fs::rename(database.Path() + ".new", database.Path());
-  EXPECT_EQ(Current(), handle);
-  EXPECT_TRUE(StoresUser(handle, 2));
-  EXPECT_EQ(Uids(database), (Rows{"1", "2"}));
-}
-
 TEST(Handle, OfAVanishedFileIsGoneUntilTheFileIsBack) {
   TempDatabase database;
   RoleDBHandler* const handle = Current();
@@ -139,19 +115,6 @@ TEST(Handle, OfAVanishedFileIsGoneUntilTheFileIsBack) {
   }
 }
 
-TEST(Handle, WhoseUpgradeThrewIsNotTakenForOpen) {
-  struct ThrowsOnce : RoleDBHandler {
-    using RoleDBHandler::RoleDBHandler;
-    int _UpgradeDB(int) override { return ++calls == 1 ? throw std::bad_alloc() : 0; }
-    int calls = 0;
-  };
-  TempDatabase database;
-  ThrowsOnce handle(database.Path());
-  EXPECT_THROW(handle.Connect(), std::bad_alloc);
-  EXPECT_TRUE(handle.EnsureCurrent());
-  EXPECT_EQ(handle.calls, 2);
-}
-
 pid_t Fork(const std::function<bool()>& work) {
   const pid_t child = fork();
   if (child == 0) _exit(work() ? 0 : 1);
@@ -161,49 +124,6 @@ pid_t Fork(const std::function<bool()>& work) {
 bool Succeeded(pid_t child) {
   int status = -1;
   return waitpid(child, &status, 0) == child && WIFEXITED(status) && WEXITSTATUS(status) == 0;
-}
-
-/// Runs `work` in this many processes that start together; how many of them succeeded.
-int SucceedTogether(int count, const std::function<bool(int)>& work) {
-  int start[2];
-  if (pipe(start) != 0) return -1;
-  std::vector<pid_t> children;
-  for (int i = 0; i < count; ++i) {
-    children.push_back(Fork([&] {
-      char end;
-      close(start[1]);
-      return read(start[0], &end, 1) == 0 && work(i);
-    }));
-  }
-  close(start[0]);
-  close(start[1]);
-  int succeeded = 0;
-  for (const pid_t child : children) succeeded += Succeeded(child);
-  return succeeded;
-}
-
-TEST(Processes, ThatOpenANewFileTogetherAllSucceed) {
-  for (int round = 0; round < 10; ++round) {
-    TempDatabase database;
-    EXPECT_EQ(SucceedTogether(8, [](int process) { return StoresUser(Current(), process); }), 8);
-  }
-}
-
-TEST(Processes, ThatCreateDelegationsTogetherEachGetTheIndexOfTheirOwn) {
-  TempDatabase database;
-  const auto createSome = [](int process) {
-    for (int i = 0; i < 25; ++i) {
-      DelegationCustomDelegation created(-1, std::to_string(process) + "/" + std::to_string(i), "none", 1);
-      std::shared_ptr<RoleRole> stored;
-      if (!RoleRole::Create(created) || !DelegationCustomDelegation::FromID(created.getPolicyIdx(), stored) ||
-          stored->getName() != created.getName()) {
-        return false;
-      }
-    }
-    return true;
-  };
-  EXPECT_EQ(SucceedTogether(4, createSome), 4);
-  EXPECT_EQ(database.Rows("select count(distinct name) from delegation_table"), Rows{"100"});
 }
 
 TEST(Processes, ForkedBetweenCallsHaveAConnectionEach) {

@@ -90,23 +90,16 @@ TEST(Strategy, ThatCannotOpenItsFileTriesAgainAtTheNextCall) {
   TempDatabase database;
   FakeHost& host = FakeHost::Instance();
   const std::string directory = database.Directory() + "/later";
-  const std::shared_ptr<DelegationDBStrategy> strategies[] = {
-      std::make_shared<DelegationDBStrategy>(),
-      std::make_shared<DelegationCustomPathDBStrategy>(directory + "/custom.db")};
-  for (const auto& strategy : strategies) {
-    LogCapture log;
-    host.configPath = directory + "/delegation.db";
-    EXPECT_EQ(strategy->GetDelegationDBHandler(), nullptr);
-    EXPECT_EQ(log.FileOf("delegation db error"), "delegation_db_strategy.cpp");
-    host.configPath = "";
-    log.Clear();
-    EXPECT_EQ(strategy->GetDelegationDBHandler(), nullptr);
-    EXPECT_EQ(log.Has("GetUserGroupDelegationConfigPath fail"), strategy == strategies[0]);
-    host.configPath = directory + "/delegation.db";
-    std::filesystem::create_directory(directory);
-    EXPECT_NE(strategy->GetDelegationDBHandler(), nullptr);
-    std::filesystem::remove_all(directory);
-  }
+  DelegationCustomPathDBStrategy custom(directory + "/custom.db");
+  host.configuration.database.clear();
+  LogCapture log;
+  EXPECT_TRUE(!Current() && log.Has("GetUserGroupDelegationConfigPath fail"));
+  host.configuration.database = directory + "/delegation.db";
+  log.Clear();
+  EXPECT_TRUE(!Current() && !custom.GetDelegationDBHandler());
+  EXPECT_EQ(log.FileOf("delegation db error"), "delegation_db_strategy.cpp");
+  std::filesystem::create_directory(directory);
+  EXPECT_TRUE(Current() && custom.GetDelegationDBHandler());
 }
 
 }  // namespace

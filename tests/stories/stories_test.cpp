@@ -72,7 +72,6 @@ void TellHost(const std::string& sentence) {
 
   static const std::map<std::string, FakeHost::Function> kFunctions{{"UserGetByUID", FakeHost::kUserGetByUID},
                                                                     {"GroupGetByGID", FakeHost::kGroupGetByGID},
-                                                                    {"GroupListMember", FakeHost::kGroupListMember},
                                                                     {"UserInfoEnum", FakeHost::kUserInfoEnum},
                                                                     {"SetFile", FakeHost::kSetFile},
                                                                     {"VanishLimit", FakeHost::kVanishLimit}};
@@ -83,12 +82,12 @@ void TellHost(const std::string& sentence) {
       {"rename_user", [&] { host.RenameUser(name, other); }},
       {"remove_user", [&] { host.RemoveUser(name); }},
       {"remove_group", [&] { host.RemoveGroup(name); }},
-      {"administrator", [&] { host.admins.insert(name); }},
-      {"vanish_limit", [&] { host.vanishLimit = std::stoi(name); }},
+      {"administrator", [&] { host.AddGroup("administrators", 90, {name}); }},
+      {"vanish_limit", [&] { host.configuration.vanish_limit = std::stoi(name); }},
       {"no_database",
        [&] {
          DelegationDBHandler::CloseDelegationDBHandler();
-         host.configPath.clear();
+         host.configuration.database.clear();
        }},
       {"fail", [&] { host.Fail(kFunctions.at(name), NIMBO_LOOKUP_FAILED); }},
       {"recover", [&] { host.Recover(); }}};

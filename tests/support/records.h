@@ -21,7 +21,9 @@ using Entries = std::vector<std::shared_ptr<RoleRoleEntry>>;
 using Texts = std::vector<std::string>;
 
 inline auto User(unsigned int uid, const std::string& name) { return std::make_shared<DelegationUser>(uid, name); }
-inline auto Group(unsigned int gid, const std::string& name) { return std::make_shared<DelegationGroup>(gid, name); }
+inline auto GroupRecord(unsigned int gid, const std::string& name) {
+  return std::make_shared<DelegationGroup>(gid, name);
+}
 inline auto Role(int idx, const std::string& name, int priority = 0) {
   return std::make_shared<DelegationCustomDelegation>(idx, name, "none", priority);
 }

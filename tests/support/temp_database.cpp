@@ -42,7 +42,7 @@ std::string Run(const std::string& path, const std::string& sql, std::vector<std
 
 TempDatabase::TempDatabase() : directory_(ParentDirectory() + "/delegation-test-XXXXXX") {
   if (!mkdtemp(directory_.data())) ADD_FAILURE() << "cannot make " << directory_;
-  FakeHost::Instance().configPath = Path();
+  FakeHost::Instance().configuration.database = Path();
 }
 
 TempDatabase::~TempDatabase() {

@@ -3,9 +3,6 @@
 
 #include <utility>
 
-#include "model/delegation_delegation_entry.h"
-#include "model/delegation_group.h"
-#include "model/delegation_user.h"
 #include "role/role_role_entry.h"
 #include "tables/delegation_default_entries.h"
 #include "tables/delegation_tab2webapi.h"
@@ -44,14 +41,6 @@ TEST(TabTable, KeepsIrregularNamesByteForByte) {
   for (const auto& [key, name] : names) EXPECT_EQ(Tab2WebapiTable()->at(key).count(name), 1u) << name;
 }
 
-TEST(TabTable, GivesIndependentCopiesThatReplaceTheTarget) {
-  Tab2Webapi tabs = {{"no_tab", {"x"}}};
-  ASSERT_TRUE(DelegationUtilGetTab2WebapiSet(tabs));
-  EXPECT_EQ(tabs, *Tab2WebapiTable());
-  tabs["queue"].clear();
-  EXPECT_EQ(Tab2WebapiTable()->at("queue").size(), 6u);
-}
-
 TEST(DefaultEntries, AreTheTypesInOrderWithTheirFixedIndexesAndSwitchedOff) {
   const std::string expected =
       "-2 log_log -3 service -5 user_policy -6 mail_monitor -7 server_list -8 mail_migration -9 conf_import "
@@ -73,26 +62,6 @@ TEST(DefaultEntries, AreTheTypesInOrderWithTheirFixedIndexesAndSwitchedOff) {
     EXPECT_EQ(Tab2WebapiTable()->count(types[i]), 1u) << types[i];
   }
   EXPECT_EQ(rows, expected);
-}
-
-TEST(SharedLists, HoldNewCopiesInOrder) {
-  std::vector<DelegationUser> users = {{1001, "ann"}, {1002, "bob"}};
-  std::vector<DelegationGroup> groups = {{200, "ops"}};
-  std::vector<DelegationDelegationEntry> entries = {{7, "queue", "true"}};
-  std::vector<std::shared_ptr<RoleUser>> sharedUsers = {nullptr};
-  std::vector<std::shared_ptr<RoleGroup>> sharedGroups = {nullptr};
-  std::vector<std::shared_ptr<RoleRoleEntry>> sharedEntries = {nullptr};
-  DuplicatedConvertUsersToSharedUsers(users, sharedUsers);
-  DuplicatedConvertGroupsToSharedGroups(groups, sharedGroups);
-  DuplicatedConvertEntriesToSharedEntries(entries, sharedEntries);
-  users[0].username("changed");
-  ASSERT_EQ(sharedUsers.size(), 2u);
-  ASSERT_EQ(sharedGroups.size(), 1u);
-  ASSERT_EQ(sharedEntries.size(), 1u);
-  EXPECT_EQ(sharedUsers[0]->getUsername(), "ann");
-  EXPECT_EQ(sharedUsers[1]->getUid(), 1002u);
-  EXPECT_EQ(sharedGroups[0]->getGroupname(), "ops");
-  EXPECT_EQ(sharedEntries[0]->getData(), "true");
 }
 
 }  // namespace

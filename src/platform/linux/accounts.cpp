@@ -7,6 +7,7 @@
 #include <iomanip>
 #include <memory>
 #include <new>
+#include <set>
 #include <sstream>
 #include <unordered_set>
 
@@ -174,6 +175,22 @@ int NIMBOGroupListMember(const char* group, NBLIBSZLIST** list) {
   });
 }
 
+int NIMBOGroupListStale(const char* group, NBLIBSZLIST** list) {
+  if (!group || !list || !*list) return NIMBO_LOOKUP_FAILED;
+  return InScope([&](AccountMemory& memory) -> int {
+    const auto& found = memory.FindGroup(group);
+    if (found.status != NIMBO_OK) return found.status;
+    std::vector<std::string> names;
+    for (const std::string& listed : found.value.members) {
+      const int status = memory.FindUser(listed).status;
+      if (status == NIMBO_LOOKUP_FAILED) return NIMBO_LOOKUP_FAILED;
+      if (status == NIMBO_NOT_FOUND) names.push_back(listed);
+    }
+    (*list)->names.insert((*list)->names.end(), names.begin(), names.end());
+    return NIMBO_OK;
+  });
+}
+
 NBLIBSZLIST* NBLIBCSzListAlloc(int capacity) {
   try {
     auto list = std::make_unique<NBLIBSZLIST>();
@@ -257,6 +274,19 @@ int NBLIBGroupIsAdminGroupMem(const char* name, int flags) {
     if (group.status == NIMBO_NOT_FOUND) return 0;
     if (group.status != NIMBO_OK) return NIMBO_LOOKUP_FAILED;
     return IsMember(memory, account.value, group.value, configuration->account_type);
+  });
+}
+
+int NIMBOUserListGroups(const char* name, unsigned int* gids, int size) {
+  if (!name || size < 0 || (size > 0 && !gids)) return NIMBO_LOOKUP_FAILED;
+  return InScope([&](AccountMemory& memory) -> int {
+    const auto& account = memory.FindUser(name);
+    if (account.status != NIMBO_OK) return account.status;
+    const auto& groups = memory.ListGroupsOf(account.value);
+    if (groups.status != NIMBO_OK) return NIMBO_LOOKUP_FAILED;
+    const std::set<unsigned int> each(groups.value.begin(), groups.value.end());
+    std::copy_n(each.begin(), std::min(each.size(), static_cast<std::size_t>(size)), gids);
+    return static_cast<int>(each.size());
   });
 }
 
