@@ -5,6 +5,7 @@
 #include <iterator>
 
 #include "admin/error.h"
+#include "admin/to_json.h"
 
 namespace NIMBO::QUAYPOST_SERVER::admin {
 
@@ -39,21 +40,6 @@ std::optional<Holding> HoldingOf(const State& state, const User* user) {
   return Holding{effective->id, effective->name, effective->priority};
 }
 
-Json::Value ToJson(const std::optional<Holding>& holding) {
-  if (!holding) return {};
-  Json::Value document;
-  document["id"] = holding->id;
-  document["name"] = holding->name;
-  document["priority"] = holding->priority;
-  return document;
-}
-
-Json::Value ToJson(const Tabs& tabs) {
-  Json::Value array(Json::arrayValue);
-  for (const std::string& tab : tabs) array.append(tab);
-  return array;
-}
-
 std::optional<Holding> HoldingFrom(const Json::Value& document) {
   if (document.isNull()) return std::nullopt;
   return Holding{document["id"].asInt(), document["name"].asString(), document["priority"].asInt()};
@@ -84,10 +70,10 @@ Json::Value Effect::ToJson() const {
     Json::Value& entry = document["people"].append(Json::objectValue);
     entry["uid"] = person.uid;
     entry["name"] = person.name;
-    entry["before"] = admin::ToJson(person.before);
-    entry["after"] = admin::ToJson(person.after);
-    entry["gained"] = admin::ToJson(person.gained);
-    entry["lost"] = admin::ToJson(person.lost);
+    entry["before"] = ToJsonObject(person.before);
+    entry["after"] = ToJsonObject(person.after);
+    entry["gained"] = ToJsonArray(person.gained);
+    entry["lost"] = ToJsonArray(person.lost);
   }
   document["changed"] = static_cast<Json::UInt64>(people.size());
   document["gaining"] = static_cast<Json::UInt64>(CountGaining());

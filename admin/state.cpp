@@ -15,7 +15,8 @@ namespace {
 
 constexpr unsigned int kNoId = 4294967295;
 
-void ReadRecords(sqlite3* db, State& state) {
+// `whose` is "", or " where uid = N" to read one user only.
+void ReadRecords(sqlite3* db, const std::string& whose, State& state) {
   Rows delegations(db, "select delegationidx, name, ifnull(color, 'none'), priority from delegation_table");
   while (delegations.Next()) {
     Delegation delegation;
@@ -25,7 +26,7 @@ void ReadRecords(sqlite3* db, State& state) {
     delegation.priority = static_cast<int>(delegations.Number(3));
     if (delegation.id > 0 && !delegation.name.empty()) state.delegations.emplace(delegation.id, std::move(delegation));
   }
-  Rows users(db, "select uid, username from user_table");
+  Rows users(db, "select uid, username from user_table" + whose);
   while (users.Next()) {
     User user;
     user.uid = static_cast<unsigned int>(users.Number(0));
@@ -48,16 +49,17 @@ auto* Find(Records& records, Id id) {
   return found == records.end() ? nullptr : &found->second;
 }
 
-void ReadLinks(sqlite3* db, State& state) {
+void ReadLinks(sqlite3* db, const std::string& whose, State& state) {
   Rows entries(db,
                "select delegationidx, type, ifnull(data, '') from delegation2delegation_entry_view order by "
                "delegationidx, delegationentryidx");
   while (entries.Next()) {
     if (Delegation* delegation = Find(state.delegations, entries.Number(0))) {
-      delegation->entries.emplace(entries.Text(1), entries.Text(2));
+      const auto [entry, first] = delegation->entries.emplace(entries.Text(1), entries.Text(2));
+      if (!first && entries.Text(2) == "true") entry->second = "true";  // which switches the tab on
     }
   }
-  Rows direct(db, "select uid, delegationidx from user2delegation_table order by uid, delegationidx");
+  Rows direct(db, "select uid, delegationidx from user2delegation_table" + whose + " order by uid, delegationidx");
   while (direct.Next()) {
     User* user = Find(state.users, direct.Number(0));
     Delegation* delegation = Find(state.delegations, direct.Number(1));
@@ -73,7 +75,7 @@ void ReadLinks(sqlite3* db, State& state) {
     group->delegations.push_back(delegation->id);
     delegation->groups.push_back(group->gid);
   }
-  Rows members(db, "select uid, gid from user2group_table order by rowid");
+  Rows members(db, "select uid, gid from user2group_table" + whose + " order by rowid");
   while (members.Next()) {
     User* user = Find(state.users, members.Number(0));
     Group* group = Find(state.groups, members.Number(1));
@@ -81,7 +83,7 @@ void ReadLinks(sqlite3* db, State& state) {
     user->groups.push_back(group->gid);
     group->members.push_back(user->uid);
   }
-  Rows effective(db, "select uid, delegationidx from user2delegation_real_table");
+  Rows effective(db, "select uid, delegationidx from user2delegation_real_table" + whose);
   while (effective.Next()) {
     User* user = Find(state.users, effective.Number(0));
     if (user && Find(state.delegations, effective.Number(1))) user->effective = static_cast<int>(effective.Number(1));
@@ -126,14 +128,22 @@ std::set<std::string> TabsOf(const Delegation& delegation) {
   return tabs;
 }
 
-State ReadState() {
+namespace {
+
+State Read(const std::string& whose) {
   const RoleDBScope scope(DelegationDBHandler::GetDelegationDBHandler(), RoleDBScope::kRead);
   RoleDBHandler* const handle = DelegationDBHandler::GetDelegationDBHandler();
   if (!scope.Usable() || !handle) throw Error(Error::kDatabase, "the delegation database cannot be opened");
   State state;
-  ReadRecords(handle->GetDB(), state);
-  ReadLinks(handle->GetDB(), state);
+  ReadRecords(handle->GetDB(), whose, state);
+  ReadLinks(handle->GetDB(), whose, state);
   return state;
 }
+
+}  // namespace
+
+State ReadState() { return Read(""); }
+
+State ReadStateOf(unsigned int uid) { return Read(" where uid = " + std::to_string(uid)); }
 
 }  // namespace NIMBO::QUAYPOST_SERVER::admin

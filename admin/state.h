@@ -23,7 +23,7 @@ struct Delegation {
   std::string name;
   std::string color;
   int priority = 0;
-  std::map<std::string, std::string> entries;  ///< data by type; of several entries of one type the first
+  std::map<std::string, std::string> entries;  ///< data by type; of several of one type "true", else the first
   std::vector<unsigned int> users;             ///< uids to whom it is assigned directly, ascending
   std::vector<unsigned int> groups;            ///< gids, ascending
 
@@ -78,5 +78,9 @@ MAILSERVER_EXPORT std::set<std::string> TabsOf(const Delegation& delegation);
 
 /// Reads the library's current database in one transaction. Throws Error.
 MAILSERVER_EXPORT State ReadState();
+
+/// The same with one user only: every delegation and group, but nobody else and no other memberships. Its cost hardly
+/// depends on how many users there are. Throws Error.
+MAILSERVER_EXPORT State ReadStateOf(unsigned int uid);
 
 }  // namespace NIMBO::QUAYPOST_SERVER::admin

@@ -12,7 +12,6 @@
 #include <memory>
 
 #include "admin/rows.h"
-#include "platform/mailserver.h"
 #include "role/role_db_scope.h"
 #include "storage/delegation_db_handler.h"
 #include "storage/delegation_db_strategy.h"
@@ -66,14 +65,10 @@ Tried Run(const Change& change) {
   return tried;
 }
 
-void AppendLine(void* lines, const char* line) { static_cast<Json::Value*>(lines)->append(line); }
-
 // In the child process: the change on the copy, and all there is to tell about it.
 Json::Value RunOnCopy(const std::string& copy, const Change& change,
                       const std::function<Json::Value(const State&, const State&)>& inspect) {
   Json::Value told;
-  told["log"] = Json::arrayValue;
-  MaillogSetSink(AppendLine, &told["log"]);
   try {
     DelegationDBStrategy::SetDelegationDBStrategy(std::make_shared<DelegationCustomPathDBStrategy>(copy));
     // Inside a scope of ours the library leaves announcing to us.
@@ -122,7 +117,6 @@ Tried FromChild(const std::string& text) {
   tried.result = told["result"];
   if (told.isMember("inspected")) tried.result["inspected"] = told["inspected"];
   if (tried.done) tried.effect = Effect::FromJson(told["effect"]);
-  for (const Json::Value& line : told["log"]) tried.log.push_back(line.asString());
   return tried;
 }
 

@@ -10,7 +10,6 @@
 
 #include <functional>
 #include <string>
-#include <vector>
 
 #include "admin/effect.h"
 
@@ -23,7 +22,6 @@ struct Tried {
   Json::Value result;            ///< what it has put into its argument
   Effect effect;                 ///< none when it was not done
   State before, after;           ///< empty for a change that was tried out in another process
-  std::vector<std::string> log;  ///< the library's log lines
 };
 
 /// A change: what it stores goes through the exported functions; what it wants to tell goes into the argument.

@@ -1,6 +1,6 @@
 // What a request costs on a real host, its accounts in /etc/passwd and /etc/group: the check, a process that only
-// checks, `delegationctl can`, and what administrators ask of many users. A mount namespace of its own puts invented files there; without the right to make
-// one there are no figures.
+// checks, `delegationctl can`, and what administrators ask of many users. A mount namespace of its own puts invented
+// files there; without the right to make one there are no figures.
 //
 // usage: host_bench USERS [--quick]    with 100,000 users or more only what administrators ask
 #include <grp.h>

@@ -1,14 +1,15 @@
 #!/usr/bin/env python3
 """Runs the examples of a file against the real delegationctl.
 
-usage: run_examples.py DELEGATIONCTL FILE|README.md
+usage: run_examples.py DELEGATIONCTL FILE|README.md|PAGE.scd
 
 FILE holds groups. A group opens with "# sentence", which is its name, and has a new demo world of its own. Then come
   $ command   [exit N] [typed TEXT]
   expected output
 The command runs in a shell; its expected exit status is 0 unless it says otherwise; TEXT is typed on a terminal, without it
-there is none. Output is stdout and stderr as they come. "..." stands for any text in a line; WORLD for the world's directory.
-Of a README the indented commands behind "$", with their output, are one group.
+there is none. Output is stdout and stderr as they come, without empty lines; the hint behind an error may be left out. "..."
+stands for any text in a line; WORLD for the world's directory.
+Of a README or a manual page the indented commands behind "$", with their output, are one group.
 """
 import os
 import pathlib
@@ -45,7 +46,7 @@ def readme_examples(text):
             found[-1][1 if unfinished else 2] += line if unfinished else line[4:] + "\n"
         else:
             inside = False
-    return [("the examples of the README work as printed", found)]
+    return [("the examples work as printed", found)]
 
 
 def run(command, typed, environment, directory):
@@ -58,8 +59,8 @@ def run(command, typed, environment, directory):
                           env=environment, cwd=directory, timeout=300, text=True, errors="backslashreplace")
 
 
-def matches(expected, actual):
-    return re.fullmatch(re.escape(expected).replace(r"\.\.\.", ".*"), actual) is not None
+def matches(expected, hint, actual):
+    return re.fullmatch(re.escape(expected).replace(r"\.\.\.", ".*") + hint, actual) is not None
 
 
 def check(group, program, directory):
@@ -75,8 +76,9 @@ def check(group, program, directory):
     for number, line, expected in group:
         command, status, typed = re.fullmatch(r"(.*?)(?:\s+\[exit (\d)\])?(?:\s+\[typed (.*)\])?", line).groups()
         done = run(command, typed, environment, directory)
-        actual = done.stdout.replace(world, "WORLD")
-        if done.returncode != int(status or 0) or not matches(expected, actual):
+        actual = re.sub(r"\n{2,}", "\n", done.stdout.replace(world, "WORLD"))
+        hint = r"(  .*\n)?" if int(status or 0) > 1 else ""
+        if done.returncode != int(status or 0) or not matches(expected, hint, actual):
             failures += 1
             print(f"line {number}: $ {command}\nexpected [exit {status or 0}]\n{expected}got [exit {done.returncode}]\n{actual}")
     return failures
@@ -85,7 +87,7 @@ def check(group, program, directory):
 def main():
     program, examples = os.path.abspath(sys.argv[1]), pathlib.Path(sys.argv[2])
     failures = 0
-    find = readme_examples if examples.suffix == ".md" else groups
+    find = readme_examples if examples.suffix in (".md", ".scd") else groups
     for name, group in find(examples.read_text(encoding="utf-8")):
         with tempfile.TemporaryDirectory() as directory:
             failed = check(group, program, directory)

@@ -85,7 +85,7 @@ class CommandLine::HelpFormatter : public CLI::FormatterBase {
   std::string OfAll(const CLI::App& app) const {
     std::string out =
         std::string("Who may administer what on this mail server: delegations and their assignees.\n\n") + kSynopsis;
-    for (const char* group : {"look", "ask", "change", "care"}) {
+    for (const char* group : {"look", "ask", "change", "file", "care"}) {
       out += fmt::format("\n{}\n", group);
       for (const CLI::App* verb : app.get_subcommands([](const CLI::App*) { return true; })) {
         const VerbHelp& help = line_.verbs_.at(verb).help;
@@ -117,6 +117,8 @@ CommandLine::CommandLine() : app_("", "delegationctl") {
   flag("-q,--quiet", globals_.quiet, "names only, one per line, or the exit status alone");
   flag("-n,--dry-run", globals_.dryRun, "show who would gain and lose what, and change nothing");
   flag("-y,--yes", globals_.yes, "do not ask");
+  app_.add_option("--actor", globals_.actor, "the user who wants a change: refused what that user may not do")
+      ->type_name("NAME");
   flag("--force", globals_.force, "override a guard (see refresh)");
   app_.add_option("--db", globals_.database, "the database, else DELEGATIONCTL_DB or the configured one")
       ->type_name("FILE");

@@ -15,7 +15,7 @@ namespace delegationctl {
 // What --help says about a verb.
 struct VerbHelp {
   const char* name;
-  const char* group;  // "look", "ask", "change" or "care"
+  const char* group;  // "look", "ask", "change", "file" or "care"
   const char* usage;  // behind the name
   const char* does;
   const char* example;  // a command line for the demo world

@@ -5,6 +5,10 @@
 #include <string>
 #include <string_view>
 
+namespace NIMBO::QUAYPOST_SERVER::admin {
+class Error;
+}
+
 namespace delegationctl {
 
 // Exit statuses. 1 is only ever an answer, never an error.
@@ -28,6 +32,7 @@ inline constexpr ErrorCode kCopy{"copy", kFailed};
 inline constexpr ErrorCode kLocked{"locked", kFailed};
 inline constexpr ErrorCode kDemo{"demo", kFailed};
 inline constexpr ErrorCode kOutput{"output", kFailed};
+inline constexpr ErrorCode kIncomplete{"incomplete", kFailed};
 inline constexpr ErrorCode kSystem{"system", kFailed};
 inline constexpr ErrorCode kInternal{"internal", kFailed};
 inline constexpr ErrorCode kNoDatabase{"no_database", kUnknown};
@@ -36,11 +41,14 @@ inline constexpr ErrorCode kNoUser{"no_user", kUnknown};
 inline constexpr ErrorCode kNoGroup{"no_group", kUnknown};
 inline constexpr ErrorCode kNoTab{"no_tab", kUnknown};
 inline constexpr ErrorCode kNoMethod{"no_method", kUnknown};
+inline constexpr ErrorCode kNoRecord{"no_record", kUnknown};
 inline constexpr ErrorCode kNotAssigned{"not_assigned", kUnknown};
 inline constexpr ErrorCode kAmbiguous{"ambiguous", kRefused};
 inline constexpr ErrorCode kNameTaken{"name_taken", kRefused};
 inline constexpr ErrorCode kUnconfirmed{"unconfirmed", kRefused};
 inline constexpr ErrorCode kNotADemo{"not_a_demo", kRefused};
+inline constexpr ErrorCode kGuard{"guard", kRefused};
+inline constexpr ErrorCode kChangedSince{"changed_since", kRefused};
 inline constexpr ErrorCode kRefusedByRule{"refused", kRefused};
 }  // namespace errors
 
@@ -56,5 +64,8 @@ struct Exit : std::exception {
   std::string text;
   std::string remedy;
 };
+
+// What stopped a function of the admin library, as what stops a command.
+Exit FromAdmin(const NIMBO::QUAYPOST_SERVER::admin::Error& error);
 
 }  // namespace delegationctl

@@ -71,21 +71,6 @@ int Say(const Exit& exit, const std::vector<std::string>& log, bool json) {
   return exit.status;
 }
 
-Exit FromAdmin(const admin::Error& error) {
-  switch (error.kind()) {
-    case admin::Error::kDatabase:
-      return {errors::kDatabase, Printable(error.what())};
-    case admin::Error::kAccounts:
-      return {errors::kAccounts, Printable(error.what())};
-    case admin::Error::kInput:
-      return {errors::kBadUsage, Printable(error.what())};
-    case admin::Error::kRefused:
-      return {errors::kRefusedByRule, Printable(error.what())};
-    default:
-      return {errors::kSystem, Printable(error.what())};
-  }
-}
-
 int Run(const CommandLine& line, Log& log) {
   const Globals& options = line.Options();
   Session session(options, log, line.MayCreate());
@@ -112,13 +97,22 @@ int Main(int argc, const char* const* argv) {
     AddShow(line);
     AddUsers(line);
     AddTabs(line);
+    AddHistory(line);
+    AddReview(line);
     AddCan(line);
+    AddWhoCan(line);
+    AddExplain(line);
     AddCreate(line);
     AddUpdate(line);
     AddDelete(line);
     AddAssign(line);
     AddUnassign(line);
+    AddExport(line);
+    AddDiff(line);
+    AddApply(line);
     AddRefresh(line);
+    AddUndo(line);
+    AddCheck(line);
     AddRpc(line);
     line.Parse(argc, argv);
     if (!line.HelpText().empty()) return Help(line);

@@ -64,10 +64,10 @@ bool LosesMember(RoleGroup& group, const Uids& stored) {
   return !std::includes(present.begin(), present.end(), stored.begin(), stored.end());
 }
 
-[[noreturn]] void CannotCopy(const std::string& path, const std::string& why) {
+[[noreturn]] void CannotCopy(const std::string& path, const std::string& action, const std::string& why) {
   throw Exit(errors::kCopy,
              fmt::format("cannot keep a copy of the database as {}: {}; nothing was changed", Quoted(path), why),
-             "a refresh that removes somebody keeps one first");
+             fmt::format("a {} that removes something keeps one first", action));
 }
 
 // Runs VACUUM INTO; "" or why it failed.
@@ -108,12 +108,12 @@ RefreshPreview PreviewRefresh() {
   return preview;
 }
 
-std::string KeepCopy(const std::string& database) {
-  const std::string copy = std::filesystem::absolute(database).string() + ".before-refresh";
+std::string KeepCopy(const std::string& database, const std::string& action) {
+  const std::string copy = std::filesystem::absolute(database).string() + ".before-" + action;
   const std::string temporary = copy + ".new";
-  for (const char* rest : {"", "-journal"}) unlink((temporary + rest).c_str());  // of a refresh that was killed
+  for (const char* rest : {"", "-journal"}) unlink((temporary + rest).c_str());  // of one that was killed
   const int file = open(temporary.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC, 0600);
-  if (file < 0) CannotCopy(copy, std::strerror(errno));
+  if (file < 0) CannotCopy(copy, action, std::strerror(errno));
   std::string why = CopyInto(temporary);
   if (why.empty() &&
       (fchmod(file, 0640) != 0 || fsync(file) != 0 || std::rename(temporary.c_str(), copy.c_str()) != 0)) {
@@ -122,7 +122,7 @@ std::string KeepCopy(const std::string& database) {
   close(file);
   if (!why.empty()) {
     unlink(temporary.c_str());
-    CannotCopy(copy, why);
+    CannotCopy(copy, action, why);
   }
   return copy;
 }

@@ -9,6 +9,7 @@
 
 #include "errors.h"
 #include "output.h"
+#include "rpc_admin.h"
 #include "rpc_answer.h"
 #include "verbs.h"
 
@@ -65,6 +66,7 @@ class LineReader {
 Answer Rpc(Session& session) {
   if (session.Options().json) throw Exit(errors::kBadUsage, "rpc speaks JSON by itself", "leave out --json");
   session.GetLog().StopCollecting();
+  RpcDatabase() = session.Options().database;
   LineReader reader;
   std::string line;
   for (LineReader::Kind kind = reader.Next(line); kind != LineReader::kEnd; kind = reader.Next(line)) {

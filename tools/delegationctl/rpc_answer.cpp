@@ -1,10 +1,14 @@
 // JSON-RPC 2.0 over the exported functions: a table of them, and what a request becomes.
 #include "rpc_answer.h"
 
+#include <algorithm>
 #include <string_view>
 
+#include "admin/error.h"
 #include "api/delegation_api.h"
+#include "errors.h"
 #include "role/role_user.h"
+#include "rpc_admin.h"
 #include "strict_json.h"
 
 namespace delegationctl {
@@ -16,6 +20,7 @@ namespace {
 constexpr int kDeepest = 200;
 
 enum RpcError {
+  kNotDone = -32000,
   kParseError = -32700,
   kInvalidRequest = -32600,
   kMethodNotFound = -32601,
@@ -90,13 +95,7 @@ Json::Value CallAllow(Json::Value& params) {
 
 Json::Value CallRefresh(Json::Value&) { return Result(DelegationRefresh()); }
 
-struct Function {
-  std::string_view name;
-  std::string_view params;  // one letter for each: j any JSON, s text, u unsigned 32-bit integer
-  Json::Value (*call)(Json::Value& params);
-};
-
-constexpr Function kFunctions[] = {
+constexpr RpcMethod kFunctions[] = {
     {"DelegationDelegationList", "j", CallWithFilter<DelegationDelegationList>},
     {"DelegationDelegationEntryAllList", "s", CallWithText<DelegationDelegationEntryAllList>},
     {"DelegationDelegationDefaultEntriesGet", "", CallDefaultEntries},
@@ -141,21 +140,38 @@ Json::Value ErrorResponse(RpcError code, const char* message, const Json::Value&
   return response;
 }
 
+// What stopped a method of the admin library; "data" tells as the tool's JSON does.
+Json::Value NotDone(const Exit& exit, const Json::Value& id) {
+  Json::Value response = ErrorResponse(kNotDone, exit.what(), id);
+  response["error"]["data"]["code"] = exit.code;
+  response["error"]["data"]["hint"] = exit.remedy;
+  return response;
+}
+
+const RpcMethod* Find(std::span<const RpcMethod> methods, const std::string& name) {
+  const auto found =
+      std::find_if(methods.begin(), methods.end(), [&](const RpcMethod& method) { return method.name == name; });
+  return found == methods.end() ? nullptr : &*found;
+}
+
 Json::Value Call(const Json::Value& request, const Json::Value& id) {
-  const std::string method = request["method"].asString();
-  for (const Function& function : kFunctions) {
-    if (function.name != method) continue;
-    Json::Value params = request.get("params", Json::arrayValue);
-    if (!Fit(params, function.params)) return ErrorResponse(kInvalidParams, "Invalid params", id);
-    try {
-      Json::Value response = Response(id);
-      response["result"] = function.call(params);
-      return response;
-    } catch (const std::exception&) {
-      return ErrorResponse(kInternalError, "Internal error", id);
-    }
+  const std::string name = request["method"].asString();
+  const RpcMethod* method = Find(kFunctions, name);
+  if (!method) method = Find(AdminMethods(), name);
+  if (!method) return ErrorResponse(kMethodNotFound, "Method not found", id);
+  Json::Value params = request.get("params", Json::arrayValue);
+  if (!Fit(params, method->params)) return ErrorResponse(kInvalidParams, "Invalid params", id);
+  try {
+    Json::Value response = Response(id);
+    response["result"] = method->call(params);
+    return response;
+  } catch (const Exit& exit) {
+    return NotDone(exit, id);
+  } catch (const admin::Error& error) {
+    return NotDone(FromAdmin(error), id);
+  } catch (const std::exception&) {
+    return ErrorResponse(kInternalError, "Internal error", id);
   }
-  return ErrorResponse(kMethodNotFound, "Method not found", id);
 }
 
 bool IsRequest(const Json::Value& request) {
@@ -175,6 +191,12 @@ std::optional<Json::Value> Handle(const Json::Value& request) {
 }
 
 }  // namespace
+
+std::optional<Json::Value> CallExported(const std::string& function, Json::Value params) {
+  const RpcMethod* method = Find(kFunctions, function);
+  if (!method || !Fit(params, method->params)) return std::nullopt;
+  return method->call(params);
+}
 
 Json::Value ParseErrorAnswer() { return ErrorResponse(kParseError, "Parse error"); }
 

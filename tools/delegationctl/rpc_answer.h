@@ -12,6 +12,10 @@ namespace delegationctl {
 // std::bad_alloc.
 std::optional<Json::Value> AnswerTo(const std::string& line);
 
+// Calls an exported function with its arguments; {"return", "out"}. Nothing when there is no such function, or the
+// arguments do not fit it.
+std::optional<Json::Value> CallExported(const std::string& function, Json::Value params);
+
 // The answer to a line that is no JSON, or too long to tell.
 Json::Value ParseErrorAnswer();
 

@@ -20,6 +20,7 @@
 #include "api/delegation_api.h"
 #include "effect_text.h"
 #include "errors.h"
+#include "names.h"
 #include "output.h"
 #include "platform/mailserver.h"
 #include "platform/nimbsdk.h"
@@ -119,8 +120,23 @@ void Session::Confirm(const std::string& action, const std::string& effect) cons
   }
 }
 
+void Session::LiftVanishLimit() const {
+  constexpr int kNoLimit = 100;  // percent
+  if (!globals_.force) return;
+  const admin::Actor actor = Who();
+  if (actor.given && NBLIBGroupIsAdminGroupMem(actor.name.c_str(), 0) != 1) {
+    throw Exit(errors::kGuard,
+               fmt::format("{} may not say that it is no outage; nothing was changed", Quoted(actor.name)),
+               "leave out --force, or ask an administrator of this host");
+  }
+  MailserverSetVanishLimit(kNoLimit);
+}
+
 void Session::RefreshFromHost() const {
-  if (DelegationRefresh()) return;
+  if (DelegationRefresh()) {
+    if (!globals_.actor.empty()) refreshed_ = admin::ReadState();
+    return;
+  }
   if (!Logged(kOutageLine)) throw Exit(errors::kRefresh, "the refresh from the host failed");
   throw Exit(errors::kOutage,
              "most stored users or groups are gone from the host: taken for an outage, nothing was changed",
@@ -169,6 +185,21 @@ void RequireNotStopped(const Json::Value& told) {
              stopped["remedy"].asString());
 }
 
+[[noreturn]] void Refuse(const std::string& actor, const admin::Refusal& refusal) {
+  throw Exit(errors::kGuard,
+             fmt::format("{} may not do this (rule {}): {}; nothing was changed", Quoted(actor), refusal.rule,
+                         Printable(refusal.text)),
+             "allowed: " + Printable(refusal.allowed));
+}
+
+Json::Value ToJson(const admin::Refusal& refusal) {
+  Json::Value document;
+  document["rule"] = refusal.rule;
+  document["text"] = refusal.text;
+  document["allowed"] = refusal.allowed;
+  return document;
+}
+
 Carried FromTried(admin::Tried tried) {
   Carried carried;
   carried.effect = std::move(tried.effect);
@@ -179,8 +210,28 @@ Carried FromTried(admin::Tried tried) {
 
 }  // namespace
 
-Carried Session::Try(const Intent& intent) const {
-  admin::Tried tried = admin::TryOut(Telling(intent, log_));
+admin::Actor Session::Who() const {
+  if (globals_.actor.empty()) return admin::Actor::Current();
+  DelegationUser user = ResolveUser(globals_.actor);
+  return {user.getUid(), user.getUsername(), true};
+}
+
+// Nobody is judged whom the caller has not named: who runs the tool can write the database anyway.
+admin::Judging Session::JudgingFor(const admin::Actor& actor) const {
+  if (!actor.given) return {};
+  return [this, actor](const admin::State& before, const admin::State& after, const admin::Effect& effect) {
+    if (!refreshed_) return admin::Judge(actor.name, before, after, effect);
+    return admin::Judge(actor.name, *refreshed_, after, admin::Compare(*refreshed_, after));
+  };
+}
+
+Carried Session::Try(const Intent& intent, const admin::Actor& actor) const {
+  const admin::Judging judge = JudgingFor(actor);
+  const auto inspect = [&](const admin::State& before, const admin::State& after) {
+    const auto refusal = judge ? judge(before, after, admin::Compare(before, after)) : std::nullopt;
+    return refusal ? ToJson(*refusal) : Json::Value();
+  };
+  admin::Tried tried = admin::TryOut(Telling(intent, log_), inspect);
   std::vector<std::string> lines;
   for (const Json::Value& line : tried.result[kLog]) lines.push_back(line.asString());
   log_.Append(lines);
@@ -188,16 +239,25 @@ Carried Session::Try(const Intent& intent) const {
   if (!tried.done) {
     throw Exit(errors::kLibrary, fmt::format("{} cannot be stored; nothing was changed", intent.what));
   }
+  const Json::Value refusal = tried.result["inspected"];
+  if (!refusal.isNull()) {
+    Refuse(actor.name, {refusal["rule"].asString(), refusal["text"].asString(), refusal["allowed"].asString()});
+  }
+  tried.result.removeMember("inspected");
   Carried carried = FromTried(std::move(tried));
   carried.dry = true;
   return carried;
 }
 
 // A refresh, after a change that the library has ended half-way.
-void Session::SetRight(const Intent& intent) const {
+void Session::SetRight(const Intent& intent, const admin::Actor& actor) const {
   try {
     PrepareRefresh();
-    RefreshFromHost();
+    const auto refresh = [this](Json::Value&) {
+      RefreshFromHost();
+      return true;
+    };
+    admin::CarryOutRecorded(actor, {"a refresh after a change that failed", true, {}}, refresh);
   } catch (const Exit& refresh) {
     throw Exit(errors::kLibrary,
                fmt::format("{} was not stored, or not completely, and then {}", intent.what, refresh.text));
@@ -206,27 +266,40 @@ void Session::SetRight(const Intent& intent) const {
 
 Carried Session::Carry(const Intent& intent) {
   const NIMBOAccountScope accounts(intent.refreshes ? NIMBOAccountScope::kEnumerate : NIMBOAccountScope::kRemember);
-  if (globals_.dryRun) return Try(intent);
-  if (!globals_.yes) {
-    const Carried tried = Try(intent);
-    if (tried.effect.CountLosing() > 0) Confirm(intent.action, LosersText(tried.effect));
+  const admin::Actor actor = Who();
+  if (globals_.dryRun || intent.onlyTry) return Try(intent, actor);
+  if (!globals_.yes && intent.asks) {
+    const Carried tried = Try(intent, actor);
+    const std::string losers = LosersText(tried.effect);
+    if (!intent.repairs.empty() || !losers.empty()) Confirm(intent.action, intent.repairs + losers);
   }
-  const std::string copy = intent.refreshes ? PrepareRefresh() : "";
-  admin::Tried done = admin::CarryOut(Telling(intent, log_));
-  if (Logged(kChangeNotAnnounced)) NotAnnounced(intent.what);
+  const std::string copy = !intent.repairs.empty() ? KeepCopy(DatabasePath(), "repair")
+                           : intent.refreshes      ? PrepareRefresh()
+                                                   : "";
+  refreshed_.reset();
+  admin::Recorded done = admin::CarryOutRecorded(actor, {intent.action, intent.refreshes, intent.undoes},
+                                                 Telling(intent, log_), JudgingFor(actor));
+  if (!done.warning.empty())
+    std::cerr << "delegationctl: not recorded in the history: " << Printable(done.warning) << '\n';
+  if (done.refusal) Refuse(actor.name, *done.refusal);
+  if (!done.announced || Logged(kChangeNotAnnounced)) NotAnnounced(intent.what);
   if (intent.refreshes && Logged(kRefreshNotAnnounced)) NotAnnounced("the refresh");
-  RequireNotStopped(done.result);
-  if (!done.done) {
-    SetRight(intent);
+  RequireNotStopped(done.tried.result);
+  if (!done.tried.done) {
+    if (!actor.given) SetRight(intent, actor);  // with an actor it was one transaction
     throw Exit(errors::kLibrary, intent.what + " was not stored, or not completely");
   }
-  Carried carried = FromTried(std::move(done));
+  Carried carried = FromTried(std::move(done.tried));
   carried.copy = copy;
+  carried.record = done.record;
+  carried.warning = done.warning;
   return carried;
 }
 
 void Carried::AddTo(Answer& answer) const {
   answer.json["effect"] = effect.ToJson();
+  if (record) answer.json["record"] = static_cast<Json::Int64>(*record);
+  if (!warning.empty()) answer.json["warning"] = warning;
   if (!dry) return;
   answer.json["dry_run"] = true;
   answer.text = EffectText(effect);

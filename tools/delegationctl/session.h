@@ -3,10 +3,12 @@
 
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
 #include "admin/effect.h"
+#include "admin/recorded.h"
 #include "demo_world.h"
 #include "output.h"
 
@@ -24,6 +26,7 @@ struct Globals {
   std::string demoDirectory;  // "" for a new one that is deleted at the end
   std::string database;       // "" for the configured one
   std::string color = "auto";
+  std::string actor;  // for whom a change is made; "" for who is logged in, who is not judged
 };
 
 // Collects the log lines of this process from its making on; they also go to stderr with `verbose`.
@@ -56,6 +59,10 @@ struct Intent {
   std::string what;                            // "\"Night\" (id 3)"
   std::function<bool(Json::Value& told)> run;  // through the exported functions; what it wants to tell goes into `told`
   bool refreshes = false;                      // it begins with a refresh from the host
+  std::optional<long long> undoes = {};        // the record of the journal that it takes back
+  bool onlyTry = false;                        // as with --dry-run
+  std::string repairs = {};                    // the plan of a repair: asked for in any case, and a copy is kept first
+  bool asks = true;                            // false: who loses something loses it by what the host says
 };
 
 // What has come of one.
@@ -64,6 +71,8 @@ struct Carried {
   Json::Value told;
   std::string copy;  // of the database as it was before a refresh that removes somebody, "" if there is none
   bool dry = false;  // it was only tried out
+  std::optional<long long> record;  // its number in the journal
+  std::string warning;              // why it is not in the journal
 
   // Completes the verb's answer to a change: the effect as "effect" and, with --dry-run, instead of the text.
   void AddTo(Answer& answer) const;
@@ -91,9 +100,14 @@ class Session {
   void Confirm(const std::string& action, const std::string& effect) const;
 
   // Every change goes through here: asks when somebody is going to lose a tab, makes it and tells what it did to
-  // people; with --dry-run tries it out instead. Throws what `intent.run` throws; unconfirmed; copy; failed, after a
-  // refresh that sets right what a change stopped half-way has left; not_announced.
+  // people; with --dry-run tries it out instead. It is recorded in the journal, and judged if --actor says for whom it
+  // is made. Throws what `intent.run` throws; no_user; guard; unconfirmed; copy; failed, after a refresh that sets
+  // right what a change stopped half-way has left; not_announced.
   Carried Carry(const Intent& intent);
+
+  // With --force, believes a host that looks like an outage, unless --actor says for whom, and that is no
+  // administrator; throws guard.
+  void LiftVanishLimit() const;
 
   // DelegationRefresh; throws outage or refresh. For an intent's `run`.
   void RefreshFromHost() const;
@@ -102,12 +116,16 @@ class Session {
   // Whether the library has logged a line that ends with `text`; names that a line quotes stand before its end.
   bool Logged(const char* text) const;
   std::string PrepareRefresh() const;
-  Carried Try(const Intent& intent) const;
-  void SetRight(const Intent& intent) const;
+  NIMBO::QUAYPOST_SERVER::admin::Actor Who() const;
+  NIMBO::QUAYPOST_SERVER::admin::Judging JudgingFor(const NIMBO::QUAYPOST_SERVER::admin::Actor& actor) const;
+  Carried Try(const Intent& intent, const NIMBO::QUAYPOST_SERVER::admin::Actor& actor) const;
+  void SetRight(const Intent& intent, const NIMBO::QUAYPOST_SERVER::admin::Actor& actor) const;
 
   const Globals globals_;
   Log& log_;
   std::unique_ptr<DemoWorld> demo_;
+  // What a change's own refresh has left, from where the change is judged: nobody is blamed for what the host says.
+  mutable std::optional<NIMBO::QUAYPOST_SERVER::admin::State> refreshed_;
 };
 
 // The advisory lock of one read-change-write: PATH.edit-lock, never the database itself. Waits for up to a minute.

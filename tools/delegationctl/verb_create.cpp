@@ -67,7 +67,8 @@ void AddCreate(CommandLine& line) {
   const auto arguments = std::make_shared<Arguments>();
   CLI::App* verb = line.Add(
       {"create", "change", "NAME [--priority N] [--color C] [--tab T,..] [--user U,..] [--group G,..]",
-       "a new delegation", "delegationctl --demo create \"Night shift\" --priority 60 --tab monitor_all --user bob"},
+       "a new delegation",
+       "delegationctl --demo create \"Night shift\" --priority 60 --tab monitor_all --user bob --yes"},
       [arguments](Session& session) { return Create(session, *arguments); }, true);
   verb->add_option("NAME", arguments->name)->required();
   verb->add_option("--priority", arguments->priority, "the higher one is in effect (0)")->type_name("N");

@@ -1,5 +1,4 @@
 // delegationctl refresh: re-reads the host's accounts and recomputes everybody.
-#include "platform/mailserver.h"
 #include "verbs.h"
 
 namespace delegationctl {
@@ -8,16 +7,17 @@ using namespace NIMBO::QUAYPOST_SERVER;
 
 namespace {
 
-constexpr int kNoVanishLimit = 100;  // percent
-
 Answer Refresh(Session& session) {
   const EditLock lock(session);
-  if (session.Options().force) MailserverSetVanishLimit(kNoVanishLimit);
+  session.LiftVanishLimit();
   const auto refresh = [&](Json::Value&) {
     session.RefreshFromHost();
     return true;
   };
-  const Carried carried = session.Carry({"a refresh from the host", "the refresh", refresh, true});
+  Intent intent{"a refresh from the host", "the refresh", refresh};
+  intent.refreshes = true;
+  intent.asks = false;
+  const Carried carried = session.Carry(intent);
 
   Answer answer;
   answer.json["refreshed"] = !carried.dry;

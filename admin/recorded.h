@@ -1,0 +1,35 @@
+/// Changes that are recorded in the journal, judged before they are stored if somebody makes them who is to be judged.
+///
+///   const Recorded done = CarryOutRecorded(actor, {"delete 1 delegation"}, change, judge);
+///   if (done.refusal) ...   // nothing was stored
+///
+/// That the journal cannot be written stops no change; it is told as a warning.
+#pragma once
+
+#include <functional>
+#include <optional>
+#include <string>
+
+#include "admin/guard.h"
+#include "admin/journal.h"
+#include "admin/what_if.h"
+
+namespace NIMBO::QUAYPOST_SERVER::admin {
+
+struct Recorded {
+  Tried tried;
+  std::optional<Refusal> refusal;   ///< then nothing was stored
+  std::optional<long long> record;  ///< its number in the journal; nothing also when nothing has changed
+  std::string warning;              ///< why it is not in the journal, "" if it is
+  bool announced = true;            ///< only of a judged change; an exported function logs what it could not announce
+};
+
+/// Says whether a change is refused, by the states around it.
+using Judging = std::function<std::optional<Refusal>(const State& before, const State& after, const Effect& effect)>;
+
+/// Runs `change` on the database and records what it did. With `judge` it is one transaction: refused or not done,
+/// nothing of it is stored; otherwise it is stored and announced once. Throws as CarryOut, and what the change throws.
+MAILSERVER_EXPORT Recorded CarryOutRecorded(const Actor& actor, const Entry& entry, const Change& change,
+                                            const Judging& judge = {});
+
+}  // namespace NIMBO::QUAYPOST_SERVER::admin

@@ -1,0 +1,150 @@
+#!/usr/bin/env python3
+"""Random users who are no administrators try random changes: nobody may come out of it with a tab that those who made the
+changes did not have at the beginning, and a refused change leaves nothing behind.
+
+usage: guard_test.py DELEGATIONCTL [--worlds N] [--seed N]
+"""
+import collections
+import os
+import random
+import sqlite3
+import sys
+
+sys.path.insert(0, os.path.dirname(__file__))
+from journal_test import CREATE, DELETE, GROUPS, REFRESH, SINGLE, UPDATE, USERS, Journaled, delegation
+from world import TABS, contents, options
+
+FEW = ["delegation", "queue", "service", "log_list", "quaypost"]  # so that much is shared
+
+
+def random_world(it, rng):
+    """Delegations of an administrator; some of their holders may change delegations."""
+    for i in range(rng.randrange(3, 8)):
+        tabs = set(rng.sample(FEW, rng.randrange(1, 4))) | ({"delegation"} if rng.random() < 0.5 else set())
+        assignees = [f"user {name}" for name in rng.sample(USERS, rng.randrange(3))]
+        assignees += [f"group {name}" for name in rng.sample(GROUPS, rng.randrange(3))]
+        assert it.ask(CREATE, delegation(f"Role {i}", rng.choice([10, 20, 20, 30, 40, 50, 60]), tabs, assignees))["return"]
+    assert it.ask(REFRESH)["return"]  # it decides ties anew
+
+
+def variation(rng, stored):
+    """A stored delegation with some of its parts changed."""
+    document = {tab: stored[tab] for tab in TABS}
+    document.update({member: stored[member] for member in ("id", "name", "color", "priority")})
+    assignees = [{"type": item["type"], "name": item["name"]} for item in stored["user_group"]]
+    for _ in range(rng.randrange(1, 3)):
+        kind = rng.choice(["tab", "tab", "priority", "name", "assign", "assign", "unassign"])
+        if kind == "tab":
+            document[rng.choice(FEW)] = rng.choice(["true", "false"])
+        elif kind == "priority":
+            document["priority"] = rng.choice([5, 10, 20, 30, 40, 50, 60, 70])
+        elif kind == "name":
+            document["name"] += "x"
+        elif kind == "assign":
+            assignees.append(rng.choice([{"type": "user", "name": rng.choice(USERS)}, {"type": "group", "name": rng.choice(GROUPS)}]))
+            document["user_group"] = assignees
+        elif assignees:
+            assignees.pop(rng.randrange(len(assignees)))
+            document["user_group"] = assignees
+    return document
+
+
+def attempt(it, rng, actor):
+    """The answer to one try of the actor, and the METHOD."""
+    stored = it.ask("DelegationUserGroupDelegationInfoList", {"detail": True})["out"]
+    method = rng.choice([CREATE, UPDATE, UPDATE, UPDATE, SINGLE, DELETE, REFRESH, "apply", "undo"])
+    if method == "undo":
+        return it.ask("admin.undo", {"actor": actor, "number": rng.randrange(1, len(it.records()) + 2), "force": True}), method
+    if method == "apply":
+        document = {"format": 1, "delegations": [{"name": f"Applied {rng.randrange(3)}", "priority": rng.randrange(80),
+                                                  "tabs": rng.sample(FEW, 2), "users": rng.sample(USERS, 2)}]}
+        return it.ask("admin.apply", {"actor": actor, "document": document, "prune": rng.random() < 0.2, "force": True}), method
+    if method in (UPDATE, SINGLE, DELETE) and not stored:
+        method = CREATE
+    if method == CREATE:
+        params = [delegation(f"New {rng.randrange(10**6)}", rng.randrange(80), set(rng.sample(FEW, rng.randrange(3))),
+                             [f"user {name}" for name in rng.sample(USERS, rng.randrange(3))])]
+    elif method == REFRESH:
+        params = []
+    elif method == DELETE:
+        params = [[item["id"] for item in rng.sample(stored, 1)]]
+    else:
+        documents = [variation(rng, item) for item in rng.sample(stored, min(len(stored), rng.randrange(1, 3)))]
+        params = [documents[0] if method == SINGLE else documents]
+    return it.change(method, params, actor=actor), method
+
+
+def check_world(program, rng, seen):
+    with Journaled(program, rng) as it:
+        random_world(it, rng)
+        begin = it.tabs()
+        actors = [name for name in USERS if "delegation" in begin[name]][:rng.randrange(1, 3)] or [USERS[0]]
+        held = set().union(*(begin[actor] for actor in actors))
+        for _ in range(25):
+            actor = rng.choice(actors)
+            rows, tabs = contents(it.world.database), it.tabs()
+            result, method = attempt(it, rng, actor)
+            refused = not isinstance(result, dict) or "refused" in result
+            seen[result if not isinstance(result, dict) else result["refused"]["rule"] if refused else "done"] += 1
+            if refused:
+                assert contents(it.world.database) == rows, (method, result)
+                continue
+            if method == REFRESH:  # what was put off comes out now
+                tabs = begin
+            now = it.tabs()
+            for name in USERS:
+                assert now[name] - tabs[name] <= held, (actor, method, name, result)
+                if method != REFRESH:
+                    assert now[name] - tabs[name] <= tabs[actor], (actor, method, name, result)
+            assert len(actors) > 1 or now[actor] == begin[actor], (actor, method, result)
+        assert it.ask(REFRESH)["return"]
+        now = it.tabs()
+        for name in USERS:
+            assert now[name] - begin[name] <= held, name
+
+
+def check_an_administrator_may_and_nobody_else_is_asked(program, rng):
+    with Journaled(program, rng) as it:
+        everything = delegation("All", 99, set(TABS), ["user user1"])
+        assert it.change(CREATE, [everything], actor="user1")["refused"]["rule"] == "no_delegation_tab"
+        assert it.change(CREATE, [everything], actor="nobody") == "no_user"
+        assert it.change(CREATE, [everything], actor="root")["return"]
+        assert it.change(DELETE, [[1]], actor="user1")["refused"]["rule"] == "own_or_above"
+        it.world.users["user1"], it.world.users["user7"] = it.world.users["user7"], it.world.users["user1"]
+        it.world.write_accounts()  # the uid is another account's now, whose delegation this is not
+        assert it.change(CREATE, [delegation("X", 1, set())], actor="user7")["refused"]["rule"] == "no_delegation_tab"
+
+
+def check_what_comes_out_only_later(program, rng):
+    """A tab where nobody sees it yet, or that falls to somebody at the next refresh, is given all the same."""
+    with Journaled(program, rng) as it:
+        for document in (delegation("Own", 60, {"delegation", "queue"}, ["user user1"]), delegation("Top", 50, set(), ["user user3"]),
+                         delegation("Under", 40, {"service"}, ["user user3"])):
+            assert it.ask(CREATE, document)["return"]
+        for method, document in ((CREATE, delegation("Unused", 1, {"service"})), (UPDATE, delegation("Top", 50, {"service"}, [], id=2)),
+                                 (UPDATE, delegation("Under", 40, {"service"}, ["user user3", "user user1"], id=3)),
+                                 (UPDATE, delegation("Under", 45, {"service"}, id=3)),
+                                 (SINGLE, delegation("Top", 10, set(), id=2))):
+            assert it.change(method, [document], actor="user1")["refused"]["rule"] == "tab_not_held", document
+        with sqlite3.connect(it.world.database) as database:  # user3 is due more than is stored
+            database.execute("update user2delegation_real_table set delegationidx = 2 where uid = 1004")
+            database.execute("update delegation_table set priority = 30 where delegationidx = 2")
+        database.close()
+        assert it.change(UPDATE, [delegation("Top", 20, set(), id=2)], actor="user1")["refused"]["rule"] == "tab_not_held"
+        assert it.change(UPDATE, [delegation("Under", 40, {"queue"}, id=3)], actor="user1")["return"]
+
+
+def main():
+    chosen = options(worlds=12, seed=1)
+    rng, seen = random.Random(chosen.seed), collections.Counter()
+    for _ in range(chosen.worlds):
+        check_world(chosen.program, rng, seen)
+    check_an_administrator_may_and_nobody_else_is_asked(chosen.program, rng)
+    check_what_comes_out_only_later(chosen.program, rng)
+    print(dict(seen))
+    for needed in ("done", "tab_not_held", "own_or_above"):
+        assert seen[needed] >= chosen.worlds, needed
+
+
+if __name__ == "__main__":
+    main()
