@@ -40,12 +40,14 @@ int GroupStatus(const std::string& name) {
 }  // namespace
 
 std::optional<Account> UserNamed(const std::string& name) {
+  if (name.empty()) return std::nullopt;
   DelegationUser user;
   if (RoleUser::FromShortUsername(name, user)) return Account{user.getUid(), user.getUsername()};
   return NothingIfNotFound(UserStatus(name), "user \"" + name + "\"");
 }
 
 std::optional<Account> GroupNamed(const std::string& name) {
+  if (name.empty()) return std::nullopt;
   DelegationGroup group;
   if (RoleGroup::FromTypeShortname("group", name, group)) return Account{group.getGid(), group.getGroupname()};
   return NothingIfNotFound(GroupStatus(name), "group \"" + name + "\"");

@@ -1,8 +1,10 @@
-/// The host's accounts by name and by id, "there is none" kept apart from "nobody knows". Private.
+/// The host's accounts by name and by id, "there is none" kept apart from "nobody knows".
 #pragma once
 
 #include <optional>
 #include <string>
+
+#include "base/export.h"
 
 namespace NIMBO::QUAYPOST_SERVER::admin {
 
@@ -11,10 +13,11 @@ struct Account {
   std::string name;  ///< as the host spells it
 };
 
-/// Nothing when the host definitely has none; throws Error::kAccounts when nobody knows.
-std::optional<Account> UserNamed(const std::string& name);
-std::optional<Account> UserWithId(unsigned int uid);
-std::optional<Account> GroupNamed(const std::string& name);
-std::optional<Account> GroupWithId(unsigned int gid);
+/// The account, by its short name or by its id. Nothing when the host definitely has none, and for an empty name;
+/// throws Error::kAccounts when nobody knows.
+MAILSERVER_EXPORT std::optional<Account> UserNamed(const std::string& name);
+MAILSERVER_EXPORT std::optional<Account> UserWithId(unsigned int uid);
+MAILSERVER_EXPORT std::optional<Account> GroupNamed(const std::string& name);
+MAILSERVER_EXPORT std::optional<Account> GroupWithId(unsigned int gid);
 
 }  // namespace NIMBO::QUAYPOST_SERVER::admin

@@ -163,6 +163,14 @@ class Guard {
 
 }  // namespace
 
+Json::Value Refusal::ToJson() const {
+  Json::Value document;
+  document["rule"] = rule;
+  document["text"] = text;
+  document["allowed"] = allowed;
+  return document;
+}
+
 std::optional<Refusal> Judge(const std::string& actor, const State& before, const State& after, const Effect& effect) {
   const Refusal unknown{"unknown_actor", "who makes the change, " + Quoted(actor) + ", could not be looked up",
                         "a user whom the host knows"};

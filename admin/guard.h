@@ -8,6 +8,8 @@
 /// reads the host again.
 #pragma once
 
+#include <json/json.h>
+
 #include <optional>
 #include <string>
 
@@ -16,10 +18,13 @@
 
 namespace NIMBO::QUAYPOST_SERVER::admin {
 
-struct Refusal {
+struct MAILSERVER_EXPORT Refusal {
   std::string rule;     ///< "unknown_actor", "no_delegation_tab", "tab_not_held", "own_or_above" or "nobody_left"
   std::string text;     ///< what is refused and why, a sentence without a full stop
   std::string allowed;  ///< what would be allowed
+
+  /// {"rule", "text", "allowed"}
+  Json::Value ToJson() const;
 };
 
 /// Judges a change by the states around it, of which `effect` is the difference. `actor` is a user's short name;

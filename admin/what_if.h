@@ -17,11 +17,11 @@ namespace NIMBO::QUAYPOST_SERVER::admin {
 
 /// What has come of a change.
 struct Tried {
-  bool done = false;             ///< what the change returned
-  std::string problem;           ///< what the change threw, "" if nothing
-  Json::Value result;            ///< what it has put into its argument
-  Effect effect;                 ///< none when it was not done
-  State before, after;           ///< empty for a change that was tried out in another process
+  bool done = false;    ///< what the change returned
+  std::string problem;  ///< what the change threw, "" if nothing
+  Json::Value result;   ///< what it has put into its argument
+  Effect effect;        ///< none when it was not done
+  State before, after;  ///< empty for a change that was tried out in another process
 };
 
 /// A change: what it stores goes through the exported functions; what it wants to tell goes into the argument.

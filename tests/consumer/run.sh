@@ -20,7 +20,7 @@ cmake -S "$here" -B "$work/cmake" > "$work/configure.log"
 cmake --build "$work/cmake" > "$work/build.log"
 "$work/cmake/consumer" "$work/cmake.db"
 
-read -ra flags <<< "$(pkg-config --cflags --libs mailserver-delegation)"
+read -ra flags <<< "$(pkg-config --cflags --libs mailserver-delegation-admin)"
 g++ -std=c++20 "$here/consumer.cpp" -o "$work/consumer" "${flags[@]}"
 "$work/consumer" "$work/pkgconfig.db"
 

@@ -54,10 +54,18 @@ def check_source(path):
             fault(path, number, "the platform is reached only through platform/*.h")
 
 
-def check_tool(path):
+INSTALLED_OF_ADMIN = set(re.findall(r"^  (\w+\.h)$", (ROOT / "admin/CMakeLists.txt").read_text(), re.M))
+
+
+def check_above(path):
+    """admin/ and the tools see installed headers only; admin/'s own sources also its private ones."""
+    inside = path.is_relative_to(ROOT / "admin")
+    public = inside and path.name in INSTALLED_OF_ADMIN
     for number, include in includes(path):
-        if "/" in include and is_private(include):
-            fault(path, number, f"a tool includes {include}, which is not installed")
+        folder, _, name = include.rpartition("/")
+        private = name not in INSTALLED_OF_ADMIN if folder == "admin" else folder and is_private(include)
+        if private and (folder != "admin" or public or not inside):
+            fault(path, number, f"includes {include}, which is not installed")
 
 
 def check_only_in(pattern, allowed, why):
@@ -73,8 +81,9 @@ def check_only_in(pattern, allowed, why):
 sources = sorted(SRC.rglob("*.h")) + sorted(SRC.rglob("*.cpp"))
 for source in sources:
     check_source(source)
-for tool in sorted((ROOT / "tools").rglob("*.[hc]*")):
-    check_tool(tool)
+for folder in "admin", "tools":
+    for source in sorted((ROOT / folder).rglob("*.[hc]*")):
+        check_above(source)
 check_only_in(r"\bsqlite3_stmt\b|\bsqlite3_step\(", {"role/role_query.h", "role/statements.h", "role/statements.cpp"},
               "statements are prepared only in role_query.h and statements.cpp")
 check_only_in(r"(?<![\w.>:])(open|fopen|creat|openat)\(|[io]?fstream\b", {"role/role_db_handler.cpp"},

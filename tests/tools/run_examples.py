@@ -44,7 +44,7 @@ def readme_examples(text):
         elif inside and line.startswith("    "):
             unfinished = found[-1][1].endswith("|")
             found[-1][1 if unfinished else 2] += line if unfinished else line[4:] + "\n"
-        else:
+        elif line:
             inside = False
     return [("the examples work as printed", found)]
 

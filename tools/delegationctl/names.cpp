@@ -7,6 +7,7 @@
 #include <charconv>
 #include <numeric>
 
+#include "admin/accounts.h"
 #include "errors.h"
 #include "output.h"
 #include "platform/mailserver.h"
@@ -47,30 +48,6 @@ std::size_t EditDistance(const std::string& a, const std::string& b) {
   return last[b.size()];
 }
 
-// The library looks accounts up by name and says only yes or no; this says which no it was.
-int AccountStatus(std::string name) {
-  AUTH_TYPE type{};
-  std::string domain;
-  if (!RoleMailConfCurrentAuthTypeGet(type) || !RoleMailConfWinDomainShortNameGet(domain)) return NIMBO_LOOKUP_FAILED;
-  const bool qualified = name.find_first_of("\\@") != std::string::npos;
-  if (type == AUTH_TYPE_WIN_DOMAIN && !domain.empty() && !qualified) name = domain + "\\" + name;
-  NIMBOUSER* user = nullptr;
-  const int status = NIMBOUserGet(name.c_str(), &user);
-  NIMBOUserFree(user);
-  return status;
-}
-
-int GroupStatus(const std::string& name) {
-  NIMBOGROUP* group = nullptr;
-  const int status = NIMBOGroupGet(name.c_str(), &group);
-  NIMBOGroupFree(group);
-  return status;
-}
-
-[[noreturn]] void LookupFailed(const std::string& kind, const std::string& name) {
-  throw Exit(errors::kAccounts, fmt::format("the {} {} could not be looked up", kind, Quoted(name)));
-}
-
 std::vector<std::string> AccountNames() {
   std::vector<std::string> names;
   int type = 0;
@@ -94,34 +71,22 @@ std::vector<std::string> StoredGroupNames() {
 }  // namespace
 
 DelegationUser ResolveUser(const std::string& name) {
-  DelegationUser user;
-  if (RoleUser::FromShortUsername(name, user)) return user;
-  if (!name.empty() && AccountStatus(name) != NIMBO_NOT_FOUND) LookupFailed("user", name);
+  if (const auto account = admin::UserNamed(name)) return {account->id, account->name};
   std::string remedy = DidYouMean(name, AccountNames());
   throw Exit(errors::kNoUser, fmt::format("there is no user {} on this host", Quoted(name)),
              remedy.empty() ? "getent passwd lists the host's accounts" : remedy);
 }
 
 DelegationGroup ResolveGroup(const std::string& name) {
-  DelegationGroup group;
-  if (RoleGroup::FromTypeShortname("group", name, group)) return group;
-  if (!name.empty() && GroupStatus(name) != NIMBO_NOT_FOUND) LookupFailed("group", name);
+  if (const auto account = admin::GroupNamed(name)) return {account->id, account->name};
   std::string remedy = DidYouMean(name, StoredGroupNames());
   throw Exit(errors::kNoGroup, fmt::format("there is no group {} on this host", Quoted(name)),
              remedy.empty() ? "getent group lists the host's groups" : remedy);
 }
 
-bool UserIsGone(const std::string& name) {
-  const int status = AccountStatus(name);
-  if (status != NIMBO_OK && status != NIMBO_NOT_FOUND) LookupFailed("user", name);
-  return status == NIMBO_NOT_FOUND;
-}
+bool UserIsGone(const std::string& name) { return !admin::UserNamed(name); }
 
-bool GroupIsGone(const std::string& name) {
-  const int status = GroupStatus(name);
-  if (status != NIMBO_OK && status != NIMBO_NOT_FOUND) LookupFailed("group", name);
-  return status == NIMBO_NOT_FOUND;
-}
+bool GroupIsGone(const std::string& name) { return !admin::GroupNamed(name); }
 
 std::vector<std::string> Tabs() {
   std::vector<std::string> tabs;

@@ -5,28 +5,13 @@
 
 #include <algorithm>
 
+#include "admin/text.h"
+
 namespace delegationctl {
 
-namespace {
+namespace admin = NIMBO::QUAYPOST_SERVER::admin;
 
-// The length of the UTF-8 sequence at `position`, 0 when there is none.
-std::size_t SequenceLength(const std::string& text, std::size_t position) {
-  const auto byte = [&](std::size_t offset) {
-    return position + offset < text.size() ? static_cast<unsigned char>(text[position + offset]) : 0U;
-  };
-  const unsigned first = byte(0);
-  if (first < 0x80) return 1;
-  const std::size_t length = first >= 0xF0 ? 4 : first >= 0xE0 ? 3 : 2;
-  if (first < 0xC2 || first > 0xF4) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  const unsigned second = byte(1);
-  const bool overlong = (first == 0xE0 && second < 0xA0) || (first == 0xF0 && second < 0x90);
-  const bool surrogate = first == 0xED && second >= 0xA0;
-  const bool tooHigh = first == 0xF4 && second >= 0x90;
-  return overlong || surrogate || tooHigh ? 0 : length;
-}
+namespace {
 
 // U+0080 to U+009F, which some terminals obey as well.
 bool IsC1Control(const std::string& text, std::size_t position) {
@@ -40,19 +25,10 @@ std::size_t DisplayWidth(const std::string& text) {
 
 }  // namespace
 
-bool IsUtf8(const std::string& text) {
-  for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = SequenceLength(text, i);
-    if (length == 0) return false;
-    i += length;
-  }
-  return true;
-}
-
 std::string Printable(const std::string& text) {
   std::string out;
   for (std::size_t i = 0; i < text.size();) {
-    const std::size_t length = SequenceLength(text, i);
+    const std::size_t length = admin::SequenceLength(text, i);
     const auto byte = static_cast<unsigned char>(text[i]);
     if (length == 0 || byte < 0x20 || byte == 0x7F || (length == 2 && IsC1Control(text, i))) {
       out += fmt::format("\\x{:02x}", byte);

@@ -22,9 +22,6 @@ std::string Printable(const std::string& text);
 // Printable, in quotes.
 std::string Quoted(const std::string& text);
 
-// Whether `text` is UTF-8: no overlong forms, no surrogates, nothing above U+10FFFF.
-bool IsUtf8(const std::string& text);
-
 // "1 user", "2 users".
 std::string Count(std::size_t number, const std::string& noun);
 

@@ -17,9 +17,9 @@ struct RefreshPreview {
 // Throws database.
 RefreshPreview PreviewRefresh();
 
-// Copies the database to PATH.before-refresh, or before another `action`, mode 0640, in place of an earlier copy; returns
-// the copy's path. The file itself is only read through its SQLite connection: opening and closing it here would drop SQLite's locks on it.
-// Throws copy or database. Only for the holder of the edit lock.
+// Copies the database to PATH.before-refresh, or before another `action`, mode 0640, in place of an earlier copy;
+// returns the copy's path. The file itself is only read through its SQLite connection: opening and closing it here
+// would drop SQLite's locks on it. Throws copy or database. Only for the holder of the edit lock.
 std::string KeepCopy(const std::string& database, const std::string& action = "refresh");
 
 }  // namespace delegationctl

@@ -50,14 +50,6 @@ admin::Actor ActorOf(const Json::Value& argument) {
   return {user.getUid(), user.getUsername(), true};
 }
 
-Json::Value ToJson(const admin::Refusal& refusal) {
-  Json::Value document;
-  document["rule"] = refusal.rule;
-  document["text"] = refusal.text;
-  document["allowed"] = refusal.allowed;
-  return document;
-}
-
 // What became of a change: what it told, "effect", "record", "announced", and "refused" or "warning" where there is
 // one.
 Json::Value Carry(const admin::Actor& actor, const admin::Entry& entry, const admin::Change& change, bool isJudged) {
@@ -73,7 +65,7 @@ Json::Value Carry(const admin::Actor& actor, const admin::Entry& entry, const ad
   result["effect"] = done.tried.effect.ToJson();
   result["record"] = done.record ? Json::Value(static_cast<Json::Int64>(*done.record)) : Json::Value();
   result["announced"] = done.announced;
-  if (done.refusal) result["refused"] = ToJson(*done.refusal);
+  if (done.refusal) result["refused"] = done.refusal->ToJson();
   if (!done.warning.empty()) result["warning"] = done.warning;
   return result;
 }

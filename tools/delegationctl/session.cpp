@@ -192,14 +192,6 @@ void RequireNotStopped(const Json::Value& told) {
              "allowed: " + Printable(refusal.allowed));
 }
 
-Json::Value ToJson(const admin::Refusal& refusal) {
-  Json::Value document;
-  document["rule"] = refusal.rule;
-  document["text"] = refusal.text;
-  document["allowed"] = refusal.allowed;
-  return document;
-}
-
 Carried FromTried(admin::Tried tried) {
   Carried carried;
   carried.effect = std::move(tried.effect);
@@ -229,7 +221,7 @@ Carried Session::Try(const Intent& intent, const admin::Actor& actor) const {
   const admin::Judging judge = JudgingFor(actor);
   const auto inspect = [&](const admin::State& before, const admin::State& after) {
     const auto refusal = judge ? judge(before, after, admin::Compare(before, after)) : std::nullopt;
-    return refusal ? ToJson(*refusal) : Json::Value();
+    return refusal ? refusal->ToJson() : Json::Value();
   };
   admin::Tried tried = admin::TryOut(Telling(intent, log_), inspect);
   std::vector<std::string> lines;

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string_view>
 
-#include "output.h"
+#include "admin/text.h"
 
 namespace delegationctl {
 
@@ -95,7 +95,8 @@ bool HasStrictTokens(std::string_view text) {
 }  // namespace
 
 std::optional<Json::Value> ParseStrictJson(const std::string& text, int deepest) {
-  if (!IsUtf8(text) || !HasStrictTokens(text)) return std::nullopt;
+  if (NIMBO::QUAYPOST_SERVER::admin::FindInvalidByte(text) != std::string::npos || !HasStrictTokens(text))
+    return std::nullopt;
   Json::CharReaderBuilder builder;
   Json::CharReaderBuilder::strictMode(&builder.settings_);
   builder["strictRoot"] = false;  // a lone number is JSON as well
