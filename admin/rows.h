@@ -34,7 +34,8 @@ class Rows {
 
   /// Runs it to its end.
   void Run() {
-    while (Next()) continue;
+    while (Next()) {
+    }
   }
 
   bool IsNull(int column) const { return sqlite3_column_type(statement_, column) == SQLITE_NULL; }

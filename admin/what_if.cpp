@@ -143,7 +143,8 @@ Tried TryOut(const Change& change, const std::function<Json::Value(const State&,
   close(ends[0]);
   if (child < 0) throw Error(Error::kSystem, "there is no process for trying out a change");
   int status = 0;
-  while (waitpid(child, &status, 0) < 0 && errno == EINTR) continue;
+  while (waitpid(child, &status, 0) < 0 && errno == EINTR) {
+  }
   return FromChild(text);
 }
 
