@@ -437,9 +437,9 @@ Explanation Explain(const std::string& user, const Question& question) {
   comparison.Run();
   if (explanation.verdict == Verdict::kNotAllowed && !stored.ambiguous) {
     stored.user.name = explanation.user;
-    explanation.remedies =
-        FindRemedies(stored.state, stored.user, comparison.Refreshed(), explanation.tabsNeeded,
-                     [&](const Delegation& delegation) { return IsUpToDate(stored.state, delegation); });
+    explanation.remedies = FindRemedies(
+        stored.state, stored.user, comparison.Refreshed(), explanation.tabsNeeded,
+        [&](const Delegation& delegation) { return !stored.namesake && IsUpToDate(stored.state, delegation); });
   }
   return explanation;
 }

@@ -288,7 +288,7 @@ def main():
     parser.add_argument("program")
     parser.add_argument("--failing")
     parser.add_argument("--mixes", type=int, default=4)
-    parser.add_argument("--seed", type=int, default=int.from_bytes(os.urandom(4), "big"))
+    parser.add_argument("--seed", type=int, default=1)
     options = parser.parse_args()
     print(f"seed {options.seed}", flush=True)
     check, random = Check(options), Random(options.seed)

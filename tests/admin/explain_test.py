@@ -221,7 +221,7 @@ class Check:
 
 
 def main():
-    arguments = options(worlds=3, seed=random.randrange(2**32))
+    arguments = options(worlds=3, seed=1)
     listed = subprocess.run([arguments.program, "--demo", "tabs", "--json"], capture_output=True, text=True, check=True)
     methods = sorted({method for tab in json.loads(listed.stdout)["tabs"] for method in tab["methods"]} |
                      {"Webapi_Version_Check_v1", "Webapi_Personal_Forward_Get_v1", "No_Such_Method"})
