@@ -69,6 +69,16 @@ Tabs DueTabs(const State& state, const User& user) {
   return candidates.empty() ? Tabs() : TabsOf(*candidates.front().delegation);
 }
 
+// The delegation that counts among those of a user's own, or of one group; null without any.
+const Delegation* Highest(const State& state, const std::vector<int>& ids) {
+  const Delegation* highest = nullptr;
+  for (const int id : ids) {
+    const Delegation& one = state.delegations.at(id);
+    if (!highest || one.priority > highest->priority) highest = &one;
+  }
+  return highest;
+}
+
 class Guard {
  public:
   Guard(const User& actor, const State& before, const State& after, const Effect& effect)
@@ -80,8 +90,9 @@ class Guard {
         touched_(TouchedBy(before, after)) {}
 
   std::optional<Refusal> Judge() const {
-    for (const auto rule : {&Guard::MayChangeAtAll, &Guard::LeavesHisOwnAndAbove, &Guard::PutsNoOtherTabInto,
-                            &Guard::GivesNobodyMore, &Guard::LeavesSomebody}) {
+    for (const auto rule :
+         {&Guard::MayChangeAtAll, &Guard::LeavesHisOwnAndAbove, &Guard::TakesNoName, &Guard::PutsNoOtherTabInto,
+          &Guard::UncoversNothing, &Guard::GivesNobodyMore, &Guard::LeavesSomebody}) {
       if (std::optional<Refusal> refusal = (this->*rule)()) return refusal;
     }
     return std::nullopt;
@@ -107,6 +118,40 @@ class Guard {
                                            "not be"),
           own_ ? "delegations with a priority below " + std::to_string(own_->priority) + ", other than the own one"
                : "none"};
+    }
+    return std::nullopt;
+  }
+
+  std::optional<Refusal> TakesNoName() const {
+    for (const auto& [before, after] : touched_) {
+      if (!after || (before && before->name == after->name)) continue;
+      for (const auto& [id, other] : after_.delegations) {
+        if (id == after->id || other.name != after->name) continue;
+        return Refusal{"name_taken", "there would be two delegations " + Quoted(after->name), "another name"};
+      }
+    }
+    return std::nullopt;
+  }
+
+  // What a group, or a user, has and does not come to count now may do so when the one above it goes or sinks, for
+  // members too whom only the next refresh finds.
+  std::optional<Refusal> UncoversNothing() const {
+    const auto uncovers = [&](const std::string& name, const std::vector<int>& then, const std::vector<int>& now) {
+      const Delegation* first = Highest(after_, now);
+      const Delegation* one = Highest(before_, then);
+      if (!first || (one && one->id == first->id)) return std::optional<Refusal>();
+      const Tabs foreign = Without(TabsOf(*first), held_);
+      return foreign.empty() ? std::nullopt : std::optional(NotHeld(Quoted(name) + " would get", foreign));
+    };
+    for (const auto& [gid, group] : after_.groups) {
+      const auto then = before_.groups.find(gid);
+      if (then == before_.groups.end()) continue;
+      if (auto refusal = uncovers(group.name, then->second.delegations, group.delegations)) return refusal;
+    }
+    for (const auto& [uid, user] : after_.users) {
+      const auto then = before_.users.find(uid);
+      if (then == before_.users.end()) continue;
+      if (auto refusal = uncovers(user.name, then->second.direct, user.direct)) return refusal;
     }
     return std::nullopt;
   }

@@ -19,7 +19,8 @@
 namespace NIMBO::QUAYPOST_SERVER::admin {
 
 struct MAILSERVER_EXPORT Refusal {
-  std::string rule;     ///< "unknown_actor", "no_delegation_tab", "tab_not_held", "own_or_above" or "nobody_left"
+  std::string rule;     ///< "unknown_actor", "no_delegation_tab", "tab_not_held", "own_or_above", "name_taken" or
+                        ///< "nobody_left"
   std::string text;     ///< what is refused and why, a sentence without a full stop
   std::string allowed;  ///< what would be allowed
 

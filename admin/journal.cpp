@@ -180,6 +180,9 @@ Record RecordFrom(const std::string& text, const std::string& hash) try {
   return record;
 } catch (const Json::Exception&) {
   Fail("has a record that is no record");
+} catch (const Error& error) {
+  if (error.kind() == Error::kDatabase) throw;
+  Fail("has a record that is no record");
 }
 
 // ---- The file ----
@@ -365,7 +368,8 @@ void Journal::Make() {
 }
 
 // What is begun and not committed goes with the connection.
-void Journal::Begin() { Run(Db(), "BEGIN IMMEDIATE"); }
+// Exclusive: who only reads it must not keep the record out when the change is stored already.
+void Journal::Begin() { Run(Db(), "BEGIN EXCLUSIVE"); }
 
 void Journal::Commit() { Run(Db(), "COMMIT"); }
 

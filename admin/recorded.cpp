@@ -24,7 +24,11 @@ void CarryOutJudged(const Change& change, const Judging& judge, Recorded& done) 
     done.tried.after = done.tried.before;
     return;
   }
-  done.announced = DelegationCalculator().Trigger();
+  try {
+    done.announced = DelegationCalculator().Trigger();
+  } catch (...) {
+    done.announced = false;  // it is stored all the same
+  }
 }
 
 }  // namespace
@@ -45,8 +49,10 @@ Recorded CarryOutRecorded(const Actor& actor, const Entry& entry, const Change& 
     done.tried = CarryOut(change);
   }
   if (!journal) return done;
+  Entry stored = entry;
+  stored.refreshes = entry.refreshes && done.tried.done;
   try {
-    done.record = journal->Append(actor, entry, done.tried.before, done.tried.after, done.tried.effect);
+    done.record = journal->Append(actor, stored, done.tried.before, done.tried.after, done.tried.effect);
   } catch (const Error& error) {
     done.warning = error.what();
   }

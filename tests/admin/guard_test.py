@@ -7,7 +7,9 @@ usage: guard_test.py DELEGATIONCTL [--worlds N] [--seed N]
 import collections
 import os
 import random
+import shlex
 import sqlite3
+import subprocess
 import sys
 
 sys.path.insert(0, os.path.dirname(__file__))
@@ -134,6 +136,40 @@ def check_what_comes_out_only_later(program, rng):
         assert it.change(UPDATE, [delegation("Under", 40, {"queue"}, id=3)], actor="user1")["return"]
 
 
+def check_what_a_group_uncovers(program, rng):
+    """Members of whom only the next refresh knows get what comes to count in their group; a taken name is nobody's."""
+    with Journaled(program, rng) as it:
+        for document in (delegation("Own", 60, {"delegation", "queue"}, ["user user1"]), delegation("Over", 40, {"queue"}, ["group group1"]),
+                         delegation("Deep", 20, {"service"}, ["group group1"])):
+            assert it.ask(CREATE, document)["return"]
+        with sqlite3.connect(it.world.database) as database:
+            database.execute("delete from user2group_table")
+        database.close()
+        assert it.change(DELETE, [[2]], actor="user1")["refused"]["rule"] == "tab_not_held"
+        assert it.change(UPDATE, [delegation("Over", 10, {"queue"}, id=2)], actor="user1")["refused"]["rule"] == "tab_not_held"
+        assert it.change(CREATE, [delegation("Deep", 1, {"queue"})], actor="user1")["refused"]["rule"] == "name_taken"
+        for misspelt in ({"Actor": "user1"}, {"actor": None}):
+            assert it.change(DELETE, [[1]], **misspelt) == "usage"
+
+
+def check_what_was_confirmed_is_what_is_done(program, rng):
+    """Who changes the database while the tool waits for an answer makes it ask anew."""
+    with Journaled(program, rng) as it:
+        assert it.ask(CREATE, delegation("Desk", 10, {"queue"}, ["user user1"]))["return"]
+        terminal, typed = os.openpty()
+        command = [*shlex.split(program), f"--demo={it.world.directory}", "delete", "Desk"]
+        tool = subprocess.Popen(command, stdin=typed, stderr=subprocess.PIPE)
+        shown = b""
+        while b"go on?" not in shown:
+            shown += tool.stderr.read1() or b"go on? (it has not asked)"
+        assert it.ask(UPDATE, delegation("Desk", 10, {"queue", "service"}, id=1))["return"]
+        os.write(terminal, b"y\n")
+        assert tool.wait() == 5 and it.ids() == [1], tool.stderr.read()
+        tool.stderr.close()
+        os.close(terminal)
+        os.close(typed)
+
+
 def main():
     chosen = options(worlds=12, seed=1)
     rng, seen = random.Random(chosen.seed), collections.Counter()
@@ -141,6 +177,8 @@ def main():
         check_world(chosen.program, rng, seen)
     check_an_administrator_may_and_nobody_else_is_asked(chosen.program, rng)
     check_what_comes_out_only_later(chosen.program, rng)
+    check_what_a_group_uncovers(chosen.program, rng)
+    check_what_was_confirmed_is_what_is_done(chosen.program, rng)
     print(dict(seen))
     for needed in ("done", "tab_not_held", "own_or_above"):
         assert seen[needed] >= chosen.worlds, needed

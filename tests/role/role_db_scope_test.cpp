@@ -8,6 +8,7 @@
 #include "model/delegation_delegation_entry.h"
 #include "model/delegation_group.h"
 #include "model/delegation_user.h"
+#include "role/role_query.h"
 #include "storage/delegation_db_handler.h"
 #include "support/log_capture.h"
 #include "support/temp_database.h"
@@ -68,6 +69,21 @@ TEST_F(Scope, OfReadsIsOneSnapshot) {
   EXPECT_FALSE(StoresUser(2)) << "it would be lost with the snapshot";
   EXPECT_TRUE(scope.Commit());
   EXPECT_TRUE(user.IsExist());
+}
+
+TEST_F(Scope, ReadsAStatementThatIsBeingReadAsAnotherOne) {
+  const RoleDBScope scope(handle_, RoleDBScope::kRead);
+  const auto select = [](const char* values) { return "select column1 from (values " + std::string(values) + ")"; };
+  Query outer(*handle_, select("('a'), ('b')"));
+  for (const char* expected : {"a", "b"}) {
+    ASSERT_TRUE(outer.Next());
+    EXPECT_EQ(outer.Text(0), expected);
+    Query inner(*handle_, select("('it''s'), ('d')"));
+    ASSERT_TRUE(inner.Next());
+    EXPECT_EQ(inner.Text(0), "it's");
+  }
+  EXPECT_FALSE(outer.Next());
+  EXPECT_TRUE(outer.Done());
 }
 
 TEST_F(Scope, LetsReadersInUntilItCommits) {

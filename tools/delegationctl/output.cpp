@@ -18,6 +18,14 @@ bool IsC1Control(const std::string& text, std::size_t position) {
   return text[position] == '\xC2' && static_cast<unsigned char>(text[position + 1]) < 0xA0;
 }
 
+// U+200E, U+200F, U+2028 to U+202E and U+2066 to U+2069: they end a line, or turn the order of what stands behind them.
+bool IsDirection(const std::string& text, std::size_t position) {
+  const auto last = static_cast<unsigned char>(text[position + 2]);
+  if (text.compare(position, 2, "\xE2\x80") == 0)
+    return (last >= 0x8E && last <= 0x8F) || (last >= 0xA8 && last <= 0xAE);
+  return text.compare(position, 2, "\xE2\x81") == 0 && last >= 0xA6 && last <= 0xA9;
+}
+
 // The columns that `text` takes on a terminal. fmt fills up by columns, so what it adds tells.
 std::size_t DisplayWidth(const std::string& text) {
   return 2 * text.size() - fmt::formatted_size("{:<{}}", text, text.size());
@@ -30,7 +38,8 @@ std::string Printable(const std::string& text) {
   for (std::size_t i = 0; i < text.size();) {
     const std::size_t length = admin::SequenceLength(text, i);
     const auto byte = static_cast<unsigned char>(text[i]);
-    if (length == 0 || byte < 0x20 || byte == 0x7F || (length == 2 && IsC1Control(text, i))) {
+    if (length == 0 || byte < 0x20 || byte == 0x7F || (length == 2 && IsC1Control(text, i)) ||
+        (length == 3 && IsDirection(text, i))) {
       out += fmt::format("\\x{:02x}", byte);
       ++i;
     } else {

@@ -65,6 +65,10 @@ class LineReader {
 
 Answer Rpc(Session& session) {
   if (session.Options().json) throw Exit(errors::kBadUsage, "rpc speaks JSON by itself", "leave out --json");
+  if (session.Options().dryRun || !session.Options().actor.empty()) {
+    throw Exit(errors::kBadUsage, "rpc takes neither --dry-run nor --actor",
+               "admin.diff shows an effect, and the methods admin.* take an \"actor\"");
+  }
   session.GetLog().StopCollecting();
   RpcDatabase() = session.Options().database;
   LineReader reader;

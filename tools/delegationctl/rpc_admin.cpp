@@ -3,6 +3,8 @@
 
 #include <fmt/format.h>
 
+#include <algorithm>
+
 #include "admin/access.h"
 #include "admin/check.h"
 #include "admin/document.h"
@@ -41,10 +43,22 @@ const Json::Value& Member(const Json::Value& object, const char* name, Json::Val
   throw Exit(errors::kBadUsage, fmt::format("the member {} is of the wrong type", Quoted(name)));
 }
 
+// Throws usage for an argument that has other members: a misspelt one must not be taken for one that is left out.
+void RequireMembersOf(const Json::Value& object, std::initializer_list<std::string_view> known) {
+  if (!object.isObject()) throw Exit(errors::kBadUsage, "the argument is no object");
+  for (const std::string& name : object.getMemberNames()) {
+    if (std::find(known.begin(), known.end(), name) != known.end()) continue;
+    throw Exit(errors::kBadUsage, fmt::format("there is no member {}", Quoted(name)));
+  }
+}
+
 // ---- Changes: judged if an actor is given, and recorded ----
 
 admin::Actor ActorOf(const Json::Value& argument) {
   const Json::Value& name = Member(argument, "actor", Json::stringValue);
+  if (name.isNull() && argument.isMember("actor")) {
+    throw Exit(errors::kBadUsage, "the member \"actor\" is of the wrong type");
+  }
   if (name.isNull()) return admin::Actor::Current();
   DelegationUser user = ResolveUser(name.asString());
   return {user.getUid(), user.getUsername(), true};
@@ -53,12 +67,9 @@ admin::Actor ActorOf(const Json::Value& argument) {
 // What became of a change: what it told, "effect", "record", "announced", and "refused" or "warning" where there is
 // one.
 Json::Value Carry(const admin::Actor& actor, const admin::Entry& entry, const admin::Change& change, bool isJudged) {
-  admin::Judging judge;
-  if (isJudged) {
-    judge = [&](const admin::State& before, const admin::State& after, const admin::Effect& effect) {
-      return admin::Judge(actor.name, before, after, effect);
-    };
-  }
+  const auto judge = [&](const admin::State& before, const admin::State& after, const admin::Effect& effect) {
+    return isJudged ? admin::Judge(actor.name, before, after, effect) : std::nullopt;
+  };
   const admin::Recorded done = admin::CarryOutRecorded(actor, entry, change, judge);
   Json::Value result = done.tried.result;
   result["return"] = done.tried.done && done.announced;
@@ -72,6 +83,7 @@ Json::Value Carry(const admin::Actor& actor, const admin::Entry& entry, const ad
 
 // {"actor", "method", "params"}: an exported function that changes something. A refresh is nobody's doing.
 Json::Value Change(Json::Value& params) {
+  RequireMembersOf(params[0], {"actor", "method", "params"});
   const std::string method = Member(params[0], "method", Json::stringValue).asString();
   const Json::Value& arguments = Member(params[0], "params", Json::arrayValue);
   const bool refreshes = method == "DelegationRefresh";
@@ -90,6 +102,7 @@ Json::Value Change(Json::Value& params) {
 
 // {"actor", "number", "force"}
 Json::Value Undo(Json::Value& params) {
+  RequireMembersOf(params[0], {"actor", "number", "force"});
   const long long number = Member(params[0], "number", Json::intValue).asInt64();
   const bool force = Member(params[0], "force", Json::booleanValue).asBool();
   const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
@@ -120,6 +133,7 @@ admin::Plan PlanOf(const Json::Value& argument, bool force) {
 
 // {"document", "prune"}
 Json::Value Diff(Json::Value& params) {
+  RequireMembersOf(params[0], {"document", "prune"});
   const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
   const admin::Plan plan = PlanOf(params[0], true);
   const admin::Tried tried = admin::TryOut([&](Json::Value&) { return Apply(plan) != admin::Applied::kNo; });
@@ -132,6 +146,7 @@ Json::Value Diff(Json::Value& params) {
 
 // {"actor", "document", "prune", "force"}
 Json::Value Apply(Json::Value& params) {
+  RequireMembersOf(params[0], {"actor", "document", "prune", "force"});
   const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
   const admin::Actor actor = ActorOf(params[0]);
   const admin::Plan plan = PlanOf(params[0], false);
@@ -146,6 +161,7 @@ Json::Value Apply(Json::Value& params) {
 
 // {"user", "delegation", "since": seconds since 1970}
 Json::Value History(Json::Value& params) {
+  RequireMembersOf(params[0], {"user", "delegation", "since"});
   admin::RecordFilter filter;
   const Json::Value& user = Member(params[0], "user", Json::stringValue);
   const Json::Value& delegation = Member(params[0], "delegation", Json::stringValue);
@@ -180,6 +196,7 @@ admin::Question QuestionOf(const Json::Value& argument) {
 
 // {"user", "method" or "tab" or neither}
 Json::Value Explain(Json::Value& params) {
+  RequireMembersOf(params[0], {"user", "method", "tab"});
   const admin::Question question = QuestionOf(params[0]);
   const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
   const std::string user = Member(params[0], "user", Json::stringValue).asString();
@@ -190,10 +207,14 @@ Json::Value Explain(Json::Value& params) {
 Json::Value Review(Json::Value&) { return Result(true, admin::MakeReview().ToJson()); }
 
 // {"method" or "tab"}
-Json::Value WhoCan(Json::Value& params) { return Result(true, admin::WhoCan(QuestionOf(params[0])).ToJson()); }
+Json::Value WhoCan(Json::Value& params) {
+  RequireMembersOf(params[0], {"method", "tab"});
+  return Result(true, admin::WhoCan(QuestionOf(params[0])).ToJson());
+}
 
 // {"cluster": whether to announce the database to see whether the cluster answers; true unless given}
 Json::Value Check(Json::Value& params) {
+  RequireMembersOf(params[0], {"cluster"});
   const Json::Value& cluster = Member(params[0], "cluster", Json::booleanValue);
   admin::CheckOptions options;
   options.database = RpcDatabase();

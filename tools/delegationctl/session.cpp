@@ -34,8 +34,6 @@ using namespace NIMBO::QUAYPOST_SERVER;
 namespace {
 
 // How the lines end that the library logs where it answers only false, or even true.
-constexpr char kChangeNotAnnounced[] = " Trigger fail!!!";
-constexpr char kRefreshNotAnnounced[] = " cannot trigger";
 constexpr char kOutageLine[] = ": taken for an outage, nothing is refreshed";
 
 [[noreturn]] void NotAnnounced(const std::string& what) {
@@ -82,11 +80,12 @@ Session::Session(Globals globals, Log& log, bool mayCreate) : globals_(WithDatab
     demo_ = std::make_unique<DemoWorld>(globals_.demoDirectory);
     demo_->Enter();
   }
-  if (globals_.database.empty()) return;
-  if (!mayCreate && !std::filesystem::exists(globals_.database)) {
-    throw Exit(errors::kNoDatabase, fmt::format("there is no database {}", Quoted(globals_.database)),
+  const bool mustExist = globals_.dryRun || (!mayCreate && !globals_.database.empty());
+  if (mustExist && !std::filesystem::exists(DatabasePath())) {
+    throw Exit(errors::kNoDatabase, fmt::format("there is no database {}", Quoted(DatabasePath())),
                "delegationctl create makes one");
   }
+  if (globals_.database.empty()) return;
   DelegationDBStrategy::SetDelegationDBStrategy(std::make_shared<DelegationCustomPathDBStrategy>(globals_.database));
 }
 
@@ -185,7 +184,14 @@ void RequireNotStopped(const Json::Value& told) {
              stopped["remedy"].asString());
 }
 
+constexpr char kChangedMeanwhile[] = "changed_meanwhile";
+
 [[noreturn]] void Refuse(const std::string& actor, const admin::Refusal& refusal) {
+  if (refusal.rule == kChangedMeanwhile) {
+    throw Exit(errors::kChangedSince,
+               "somebody has changed the database meanwhile, and the effect is another one now; nothing was changed",
+               "repeat, to see it");
+  }
   throw Exit(errors::kGuard,
              fmt::format("{} may not do this (rule {}): {}; nothing was changed", Quoted(actor), refusal.rule,
                          Printable(refusal.text)),
@@ -241,46 +247,38 @@ Carried Session::Try(const Intent& intent, const admin::Actor& actor) const {
   return carried;
 }
 
-// A refresh, after a change that the library has ended half-way.
-void Session::SetRight(const Intent& intent, const admin::Actor& actor) const {
-  try {
-    PrepareRefresh();
-    const auto refresh = [this](Json::Value&) {
-      RefreshFromHost();
-      return true;
-    };
-    admin::CarryOutRecorded(actor, {"a refresh after a change that failed", true, {}}, refresh);
-  } catch (const Exit& refresh) {
-    throw Exit(errors::kLibrary,
-               fmt::format("{} was not stored, or not completely, and then {}", intent.what, refresh.text));
-  }
-}
-
 Carried Session::Carry(const Intent& intent) {
   const NIMBOAccountScope accounts(intent.refreshes ? NIMBOAccountScope::kEnumerate : NIMBOAccountScope::kRemember);
   const admin::Actor actor = Who();
   if (globals_.dryRun || intent.onlyTry) return Try(intent, actor);
-  if (!globals_.yes && intent.asks) {
+  std::optional<Json::Value> shown;
+  const bool asks = !globals_.yes && intent.asks;
+  if (asks || actor.given) {
     const Carried tried = Try(intent, actor);
     const std::string losers = LosersText(tried.effect);
-    if (!intent.repairs.empty() || !losers.empty()) Confirm(intent.action, intent.repairs + losers);
+    if (asks && (!intent.repairs.empty() || !losers.empty())) {
+      Confirm(intent.action, intent.repairs + losers);
+      shown = tried.effect.ToJson();
+    }
   }
   const std::string copy = !intent.repairs.empty() ? KeepCopy(DatabasePath(), "repair")
                            : intent.refreshes      ? PrepareRefresh()
                                                    : "";
   refreshed_.reset();
-  admin::Recorded done = admin::CarryOutRecorded(actor, {intent.action, intent.refreshes, intent.undoes},
-                                                 Telling(intent, log_), JudgingFor(actor));
+  // One transaction, which also sees to it that what was confirmed is what is done.
+  const auto judge = [&, judgeActor = JudgingFor(actor)](const admin::State& before, const admin::State& after,
+                                                         const admin::Effect& effect) -> std::optional<admin::Refusal> {
+    if (shown && *shown != effect.ToJson()) return admin::Refusal{kChangedMeanwhile, "", ""};
+    return judgeActor ? judgeActor(before, after, effect) : std::nullopt;
+  };
+  admin::Recorded done =
+      admin::CarryOutRecorded(actor, {intent.action, intent.refreshes, intent.undoes}, Telling(intent, log_), judge);
   if (!done.warning.empty())
     std::cerr << "delegationctl: not recorded in the history: " << Printable(done.warning) << '\n';
   if (done.refusal) Refuse(actor.name, *done.refusal);
-  if (!done.announced || Logged(kChangeNotAnnounced)) NotAnnounced(intent.what);
-  if (intent.refreshes && Logged(kRefreshNotAnnounced)) NotAnnounced("the refresh");
+  if (!done.announced) NotAnnounced(intent.what);
   RequireNotStopped(done.tried.result);
-  if (!done.tried.done) {
-    if (!actor.given) SetRight(intent, actor);  // with an actor it was one transaction
-    throw Exit(errors::kLibrary, intent.what + " was not stored, or not completely");
-  }
+  if (!done.tried.done) throw Exit(errors::kLibrary, intent.what + " was not stored; nothing was changed");
   Carried carried = FromTried(std::move(done.tried));
   carried.copy = copy;
   carried.record = done.record;

@@ -119,7 +119,6 @@ class Session {
   NIMBO::QUAYPOST_SERVER::admin::Actor Who() const;
   NIMBO::QUAYPOST_SERVER::admin::Judging JudgingFor(const NIMBO::QUAYPOST_SERVER::admin::Actor& actor) const;
   Carried Try(const Intent& intent, const NIMBO::QUAYPOST_SERVER::admin::Actor& actor) const;
-  void SetRight(const Intent& intent, const NIMBO::QUAYPOST_SERVER::admin::Actor& actor) const;
 
   const Globals globals_;
   Log& log_;

@@ -157,7 +157,7 @@ Answer CheckAndRepair(Session& session, const Arguments& arguments) {
 
 Answer CheckOnly(Session& session, const Arguments& arguments) {
   session.LiftVanishLimit();
-  return AnswerOf(Look(session, !arguments.noCluster), session);
+  return AnswerOf(Look(session, !arguments.noCluster && !session.Options().dryRun), session);
 }
 
 }  // namespace

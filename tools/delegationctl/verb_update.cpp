@@ -56,6 +56,15 @@ Json::Value NewMembers(const Arguments& arguments) {
   return members;
 }
 
+// Stores the members in the delegation as it is now.
+bool Store(int id, const Json::Value& members) {
+  const std::vector<Delegation> delegations = LoadDelegations();
+  Json::Value document = FindDelegation(delegations, fmt::format("id:{}", id)).document;
+  for (const std::string& member : members.getMemberNames()) document[member] = members[member];
+  document.removeMember("user_group");
+  return DelegationDelegationUpdate(document);
+}
+
 Answer Update(Session& session, const Arguments& arguments) {
   const Json::Value members = NewMembers(arguments);
   const EditLock lock(session);
@@ -81,9 +90,8 @@ Answer Update(Session& session, const Arguments& arguments) {
     answer.text = fmt::format("{} is so already\n", Described(delegation));
     return answer;
   }
-  document.removeMember("user_group");
-  const Carried carried = session.Carry({"update 1 delegation", Described(delegation),
-                                         [&](Json::Value&) { return DelegationDelegationUpdate(document); }});
+  const Carried carried = session.Carry(
+      {"update 1 delegation", Described(delegation), [&](Json::Value&) { return Store(delegation.id, members); }});
   answer.text = fmt::format("updated {}: {}\n", Described(delegation), Joined(changes));
   carried.AddTo(answer);
   return answer;
