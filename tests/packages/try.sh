@@ -46,7 +46,7 @@ is "the database after removal" "$(sha256sum $database)" "$before"
 dpkg --purge delegationctl libmailserver-delegation1 libmailserver-delegation-dev > apt.log 2>&1
 is "the database after a purge" "$(sha256sum $database)" "$before"
 is "what a purge leaves" "$(find / -xdev -name '*delegation*' ! -path '/try/*' ! -path '/var/cache/*' | sort | xargs)" \
-  "$database $database.before-refresh $database.edit-lock $database.lock"
+  "$database $database.admin $database.before-refresh $database.edit-lock $database.lock"
 packages install ./delegationctl_*.deb ./libmailserver-delegation1_*.deb
 is "the delegations after a new installation" "$(delegationctl list -q)" Helpdesk
 say "removed, purged and installed again, with the database as it was"
