@@ -58,10 +58,10 @@ void MeasureCan(const Directory& directory, int users, int runs) {
 void MeasureQuestions(const Directory& directory, int users, int runs) {
   setenv("MAILSERVER_CONF", (directory / "mailserver.conf").c_str(), 1);
   const std::string user = UserName(users / 2);
-  const std::pair<const char*, std::string> questions[] = {{"explain", "explain " + user + " " + MethodNumber(0)},
-                                                           {"who_can", "who-can queue"},
-                                                           {"review", "review --format csv"},
-                                                           {"check", "check"}};
+  const std::pair<const char*, std::string> questions[] = {{"ask_explain", "explain " + user + " " + MethodNumber(0)},
+                                                           {"ask_who_can", "who-can queue"},
+                                                           {"ask_review", "review --format csv"},
+                                                           {"ask_check", "check"}};
   for (const auto& [name, question] : questions) {
     const std::string command = DELEGATIONCTL " " + question + " > /dev/null";
     double best = 1e18;
