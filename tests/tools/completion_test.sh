@@ -1,6 +1,5 @@
 #!/bin/bash
-# Checks what the completion offers by calling it as the shell does, and that it answers within 50 ms
-# (of processor time: the machine may be at work for others).
+# Checks what the completion offers by calling it as the shell does.
 #
 # usage: completion_test.sh DELEGATIONCTL COMPLETION
 set -euo pipefail
@@ -10,26 +9,22 @@ trap 'rm -rf "$work"' EXIT
 world=$work/world
 source "$2"
 
-# Completes a command line: `offer` is what it offers, as readline sorts it, `took` the milliseconds that it took.
+# Completes a command line: `offer` is what it offers, as readline sorts it.
 offered() {
-  local line=${1//WORLD/$world} TIMEFORMAT='%3U %3S' user system
+  local line=${1//WORLD/$world}
   read -ra COMP_WORDS <<< "${line//=/ = }"
   [[ $line != *' ' ]] || COMP_WORDS+=("")
   COMP_WORDS[0]=$program
   COMP_CWORD=$((${#COMP_WORDS[@]} - 1))
-  { time _delegationctl || true; } 2> "$work/time"
-  read -r user system < "$work/time"
-  took=$((10#${user/./} + 10#${system/./}))
+  _delegationctl || true
   mapfile -t COMPREPLY < <(printf '%s\n' "${COMPREPLY[@]}" | LC_ALL=C sort -u)
   offer=${COMPREPLY[*]}
 }
 
 "$program" "--demo=$world" create "Night shift" --priority 60 --tab monitor_all > /dev/null
 failures=0
-slowest=0
 while IFS='|' read -r line expected; do
   offered "$line"
-  [ "$took" -le "$slowest" ] || slowest=$took
   [ "$offer" == "$expected" ] && continue
   printf 'FAILED %s\n  expected %s\n  offered  %s\n' "$line" "$expected" "$offer"
   failures=$((failures + 1))
@@ -53,5 +48,4 @@ delegationctl tabs --method Webapi_Queue_Fl|Webapi_Queue_FlushAll_v1 Webapi_Queu
 delegationctl create |
 delegationctl show Helpdesk |
 CASES
-echo "slowest answer: $slowest ms"
-[ "$failures" -eq 0 ] && [ "$slowest" -le 50 ]
+[ "$failures" -eq 0 ]
