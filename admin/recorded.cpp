@@ -11,12 +11,12 @@ namespace NIMBO::QUAYPOST_SERVER::admin {
 
 namespace {
 
-void CarryOutJudged(const Change& change, const Judging& judge, Recorded& done) {
+void CarryOutWhole(const Change& change, const Judging& judge, Recorded& done) {
   {
     RoleDBScope scope(DelegationDBHandler::GetDelegationDBHandler(), RoleDBScope::kWrite);
     if (!scope.Usable()) throw Error(Error::kDatabase, "the delegation database cannot be opened for writing");
     done.tried = CarryOut(change);
-    if (done.tried.done) done.refusal = judge(done.tried.before, done.tried.after, done.tried.effect);
+    if (done.tried.done && judge) done.refusal = judge(done.tried.before, done.tried.after, done.tried.effect);
     done.tried.done = done.tried.done && !done.refusal && scope.Commit();
   }
   if (!done.tried.done) {
@@ -43,11 +43,7 @@ Recorded CarryOutRecorded(const Actor& actor, const Entry& entry, const Change& 
     done.warning = error.what();
     journal.reset();
   }
-  if (judge) {
-    CarryOutJudged(change, judge, done);
-  } else {
-    done.tried = CarryOut(change);
-  }
+  CarryOutWhole(change, judge, done);
   if (!journal) return done;
   Entry stored = entry;
   stored.refreshes = entry.refreshes && done.tried.done;

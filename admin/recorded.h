@@ -21,14 +21,14 @@ struct Recorded {
   std::optional<Refusal> refusal;   ///< then nothing was stored
   std::optional<long long> record;  ///< its number in the journal; nothing also when nothing has changed
   std::string warning;              ///< why it is not in the journal, "" if it is
-  bool announced = true;            ///< only of a judged change; an exported function logs what it could not announce
+  bool announced = true;            ///< false: it is stored, but the cluster could not be told
 };
 
 /// Says whether a change is refused, by the states around it.
 using Judging = std::function<std::optional<Refusal>(const State& before, const State& after, const Effect& effect)>;
 
-/// Runs `change` on the database and records what it did. With `judge` it is one transaction: refused or not done,
-/// nothing of it is stored; otherwise it is stored and announced once. Throws as CarryOut, and what the change throws.
+/// Runs `change` on the database in one transaction and records what it did: refused or not done, nothing of it is
+/// stored; otherwise it is stored and announced once. Throws as CarryOut, and what the change throws.
 MAILSERVER_EXPORT Recorded CarryOutRecorded(const Actor& actor, const Entry& entry, const Change& change,
                                             const Judging& judge = {});
 

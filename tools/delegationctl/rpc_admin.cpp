@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <functional>
 
 #include "admin/access.h"
 #include "admin/check.h"
@@ -67,9 +68,8 @@ admin::Actor ActorOf(const Json::Value& argument) {
 // What became of a change: what it told, "effect", "record", "announced", and "refused" or "warning" where there is
 // one.
 Json::Value Carry(const admin::Actor& actor, const admin::Entry& entry, const admin::Change& change, bool isJudged) {
-  const auto judge = [&](const admin::State& before, const admin::State& after, const admin::Effect& effect) {
-    return isJudged ? admin::Judge(actor.name, before, after, effect) : std::nullopt;
-  };
+  admin::Judging judge;
+  if (isJudged) judge = std::bind_front(admin::Judge, actor.name);
   const admin::Recorded done = admin::CarryOutRecorded(actor, entry, change, judge);
   Json::Value result = done.tried.result;
   result["return"] = done.tried.done && done.announced;
