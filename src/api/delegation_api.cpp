@@ -42,8 +42,8 @@ Result Guarded(Result failure, Body body) noexcept {
 }
 
 template <class Body>
-auto InReadScope(Body body) {
-  const RoleDBScope scope(DelegationDBHandler::GetDelegationDBHandler(), RoleDBScope::kRead);
+auto InReadScope(Body body, RoleDBScope::Kind kind = RoleDBScope::kRead) {
+  const RoleDBScope scope(DelegationDBHandler::GetDelegationDBHandler(), kind);
   return body();
 }
 
@@ -356,10 +356,13 @@ bool DeleteDelegations(const Json::Value& in, bool& recalculated) {
 
 // The tabs that are switched on for a user; none also when they could not be read.
 bool EnabledTabs(const std::string& name, std::vector<std::string>& tabs) {
-  DelegationUser user;
-  if (!RoleUser::FromShortUsername(name, user)) return Fail("Cannot get from %s", name);
-  if (user.FindEnabledTypes(tabs) != kFound) tabs.clear();
-  return true;
+  const auto read = [&] {
+    DelegationUser user;
+    if (!RoleUser::FromShortUsername(name, user)) return Fail("Cannot get from %s", name);
+    if (user.FindEnabledTypes(tabs) != kFound) tabs.clear();
+    return true;
+  };
+  return InReadScope(read, RoleDBScope::kQuery);
 }
 
 }  // namespace
@@ -523,7 +526,7 @@ bool DelegationUserDelegationEntriesGet(std::string user, Json::Value& out) {
   return Guarded(false, [&] {
     out = Json::nullValue;
     std::vector<std::string> tabs;
-    if (!InReadScope([&] { return EnabledTabs(user, tabs); })) return false;
+    if (!EnabledTabs(user, tabs)) return false;
     Json::Value enabled = Json::arrayValue;
     for (const std::string& tab : tabs) enabled.append(tab);
     out["enable_tabs"] = std::move(enabled);
@@ -559,7 +562,7 @@ int DelegationUserAllowWebapi(std::string user, std::string webapi) {
     if (administrator == 1) return kAllowed;
 
     std::vector<std::string> tabs;
-    if (!InReadScope([&] { return EnabledTabs(user, tabs); })) return FailLookup("Cannot get the policy error");
+    if (!EnabledTabs(user, tabs)) return FailLookup("Cannot get the policy error");
     const auto* table = Tab2WebapiTable();
     if (!table) return FailLookup("Cannot DelegationTab2WebapiSetGet");
     tabs.insert(tabs.end(), {"_allow_webapi_", "personal"});

@@ -129,6 +129,12 @@ int DelegationUserDBHandler::FindBelongPolicies(RoleUser& user, std::vector<std:
 }
 
 int DelegationUserDBHandler::FindRealBelongPolicies(RoleUser& user, std::vector<std::shared_ptr<RoleRole>>& policies) {
+  const int read = VisitRealBelongPolicies(user, [&](const auto& policy) { policies.push_back(policy); });
+  return read == kError ? kError : FoundIn(policies);
+}
+
+int DelegationUserDBHandler::VisitRealBelongPolicies(
+    RoleUser& user, const std::function<void(const std::shared_ptr<RoleRole>&)>& visit) {
   RoleDBHandler* db = Usable(getRoleDBHandler(), status_);
   if (!db) return kError;
   if (!user.IsValid()) return FailLookup("pDelegation fail");
@@ -138,12 +144,16 @@ int DelegationUserDBHandler::FindRealBelongPolicies(RoleUser& user, std::vector<
              "delegation_table on user2delegation_real_table.delegationidx = delegation_table.delegationidx and "
              "user2delegation_real_table.uid = " +
                  Decimal(user.getUid()));
+  bool visited = false;
   while (rows.Next()) {
-    auto policy = ReadDelegation(rows, 1);
+    const auto policy = ReadDelegation(rows, 1);
     if (!policy) return FailLookup("convert data error");
-    if (policy->IsValid()) policies.push_back(policy);
+    if (!policy->IsValid()) continue;
+    visit(policy);
+    visited = true;
   }
-  return rows.Done() ? FoundIn(policies) : kError;
+  if (!rows.Done()) return kError;
+  return visited ? kFound : kNothing;
 }
 
 }  // namespace NIMBO::QUAYPOST_SERVER

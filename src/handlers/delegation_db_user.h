@@ -3,6 +3,8 @@
 /// The three-valued lookups answer -1 (error), 0 (the output holds something) or 1 (it is empty).
 #pragma once
 
+#include <functional>
+
 #include "role/policy_db_handlers.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
@@ -32,6 +34,8 @@ class MAILSERVER_EXPORT DelegationUserDBHandler : public PolicyUserDBHandler {
 
   /// The effective delegation of a valid user (at most one); appends.
   int FindRealBelongPolicies(RoleUser& user, std::vector<std::shared_ptr<RoleRole>>& policies);
+  /// Calls `visit` with it while its row is open: what `visit` reads is of the same state, also outside a transaction.
+  int VisitRealBelongPolicies(RoleUser& user, const std::function<void(const std::shared_ptr<RoleRole>&)>& visit);
   int _FindBelongGroupsImp(RoleUser& user, std::vector<std::shared_ptr<RoleGroup>>& groups);
   bool _IsNeedRemoveUser(RoleUser& user, bool& needRemove);
 };

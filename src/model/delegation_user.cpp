@@ -70,29 +70,22 @@ bool DelegationUser::DeleteChain(RoleUser& user) {
   return step.Commit();
 }
 
-namespace {
-
-int FindRealPolicy(RoleUser& user, std::shared_ptr<RoleRole>& policy) {
-  std::vector<std::shared_ptr<RoleRole>> policies;
-  const int found = DelegationUserDBHandler().FindRealBelongPolicies(user, policies);
-  if (found == kError) return FailLookup("Cannot find policyTemp");
-  if (found == kFound) policy = policies.front();
-  return found;
-}
-
-}  // namespace
-
 int DelegationUser::FindRealBelongPolicyEntries(std::vector<std::shared_ptr<RoleRoleEntry>>& entries) {
-  std::shared_ptr<RoleRole> policy;
-  if (const int found = FindRealPolicy(*this, policy); found != kFound) return found;
+  std::vector<std::shared_ptr<RoleRole>> policies;
+  const int found = DelegationUserDBHandler().FindRealBelongPolicies(*this, policies);
+  if (found == kError) return FailLookup("Cannot find policyTemp");
+  if (found == kNothing) return kNothing;
   entries.clear();
-  return policy->FindBelongPolicyEntries(entries);
+  return policies.front()->FindBelongPolicyEntries(entries);
 }
 
 int DelegationUser::FindEnabledTypes(std::vector<std::string>& types) {
-  std::shared_ptr<RoleRole> policy;
-  if (const int found = FindRealPolicy(*this, policy); found != kFound) return found;
-  return DelegationDelegationDBHandler().FindEnabledTypes(*policy, types) ? kFound : kError;
+  bool complete = true;
+  const int found = DelegationUserDBHandler().VisitRealBelongPolicies(*this, [&](const auto& policy) {
+    complete = complete && DelegationDelegationDBHandler().FindEnabledTypes(*policy, types);
+  });
+  if (found == kError) return FailLookup("Cannot find policyTemp");
+  return complete ? found : kError;
 }
 
 bool DelegationUser::List(Json::Value filter, std::vector<std::shared_ptr<RoleUser>>& users) {

@@ -38,11 +38,14 @@ RoleDBScope::~RoleDBScope() { Rollback(); }
 
 RoleDBScope::State RoleDBScope::Begin(Kind kind) {
   const RoleDBScope* enclosing = outer_;
-  while (enclosing && enclosing->handle_ != handle_) enclosing = enclosing->outer_;
+  while (enclosing && (enclosing->handle_ != handle_ || enclosing->state_ == State::kQuerying)) {
+    enclosing = enclosing->outer_;
+  }
   if (!enclosing) {
     if (kind == kStep) return State::kInactive;
-    writes_ = kind != kRead;
+    writes_ = kind == kWrite || kind == kAlone;
     if (!handle_ || !handle_->db_ || handle_->pid_ != pid_) return State::kRefused;
+    if (kind == kQuery) return State::kQuerying;
     const char* begin = writes_ ? "BEGIN IMMEDIATE" : "BEGIN";
     const bool idle = sqlite3_get_autocommit(handle_->db_) != 0;
     if (handle_->Exec(begin) == SQLITE_OK) {
@@ -54,7 +57,7 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) {
   }
   if (!enclosing->Usable()) return State::kRefused;
   writes_ = enclosing->writes_;
-  if (kind == kRead) return State::kJoined;
+  if (kind == kRead || kind == kQuery) return State::kJoined;
   if (!writes_) {
     LogError("a change inside a scope that only reads is refused");
     return State::kRefused;
@@ -70,6 +73,7 @@ bool RoleDBScope::InTransaction() const {
 
 bool RoleDBScope::Usable() const {
   if (state_ == State::kInactive) return true;
+  if (state_ == State::kQuerying) return pid_ == getpid() && handle_->db_;
   return state_ != State::kRefused && state_ != State::kEnded && InTransaction();
 }
 
@@ -94,7 +98,7 @@ bool RoleDBScope::Commit() {
 }
 
 void RoleDBScope::Rollback() {
-  if (Usable()) {
+  if ((state_ == State::kSavepoint || state_ == State::kTransaction) && Usable()) {
     bool undone = true;
     if (state_ == State::kSavepoint) {
       undone = handle_->Exec("ROLLBACK TO scope") == SQLITE_OK && handle_->Exec("RELEASE scope") == SQLITE_OK;

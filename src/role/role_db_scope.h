@@ -23,6 +23,7 @@ class MAILSERVER_EXPORT RoleDBScope {
  public:
   enum Kind {
     kRead,   ///< one snapshot for all reads; inside another scope: part of it
+    kQuery,  ///< for one query, with those that run while it is open: it is their snapshot, so this begins nothing
     kWrite,  ///< BEGIN IMMEDIATE; inside another scope: a savepoint, refused if that one only reads
     kStep,   ///< inside a scope a savepoint; otherwise nothing at all
     kAlone,  ///< for one statement, which is whole or not by itself: kWrite without the savepoint
@@ -64,6 +65,7 @@ class MAILSERVER_EXPORT RoleDBScope {
     kJoined,       // part of an enclosing scope
     kSavepoint,    // undone on its own inside an enclosing scope
     kTransaction,  // the outermost one on its handle
+    kQuerying,     // the outermost one, of the kind kQuery
     kInactive,     // a kStep outside any scope
     kEnded,
   };

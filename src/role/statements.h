@@ -8,7 +8,6 @@
 #include <sqlite3.h>
 
 #include <string>
-#include <string_view>
 #include <unordered_map>
 #include <vector>
 
@@ -53,7 +52,7 @@ class Statements {
   PreparedStatement* Take(const std::string& sql);
 
  private:
-  bool TakeValuesOut(std::string_view sql);
+  bool TakeValuesOut(const std::string& sql);
   bool Bind(PreparedStatement& prepared);
 
   sqlite3* const db_;
