@@ -33,7 +33,10 @@ class Engine:
     def ask(self, command):
         self.process.stdin.write(command + "\n")
         self.process.stdin.flush()
-        return json.loads(self.process.stdout.readline())
+        answer = self.process.stdout.readline()
+        if not answer:
+            sys.exit(f"{self.name} has ended with status {self.process.wait()}")
+        return json.loads(answer)
 
     def load(self, resolving=0.0):
         start = time.perf_counter()

@@ -47,13 +47,20 @@ function loadCedar(rules) {
   };
 }
 
+// A plain loop: V8 of Node 20 now and then aborts when it takes optimized array callbacks back inside a top-level await.
+function decide(allows, decisions) {
+  const answers = [];
+  for (const [user, method] of decisions) {
+    const start = process.hrtime.bigint();
+    answers.push([allows(user, method), Number(process.hrtime.bigint() - start) / 1000]);
+  }
+  return answers;
+}
+
+const load = { casbin: loadCasbin, cedar: loadCedar }[engine];
 const decisions = JSON.parse(readFileSync(decisionsPath));
 let allows;
 for await (const command of createInterface({ input: process.stdin })) {
-  const load = command === "load";
-  if (load) allows = await { casbin: loadCasbin, cedar: loadCedar }[engine](JSON.parse(readFileSync(rulesPath)));
-  console.log(JSON.stringify(load || decisions.map(([user, method]) => {
-    const start = process.hrtime.bigint();
-    return [allows(user, method), Number(process.hrtime.bigint() - start) / 1000];
-  })));
+  if (command === "load") allows = await load(JSON.parse(readFileSync(rulesPath)));
+  console.log(JSON.stringify(command === "load" || decide(allows, decisions)));
 }
