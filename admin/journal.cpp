@@ -2,8 +2,8 @@
 #include "admin/journal.h"
 
 #include <fcntl.h>
-#include <openssl/evp.h>
 #include <pwd.h>
+#include <sha2.h>
 #include <sqlite3.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -47,36 +47,9 @@ constexpr const char* kKinds[] = {"start", "change", "outside"};
 
 [[noreturn]] void Fail(const std::string& text) { throw Error(Error::kDatabase, "the journal " + text); }
 
-// SHA-256, fed piece by piece.
-class Digest {
- public:
-  Digest() : context_(EVP_MD_CTX_new(), &EVP_MD_CTX_free) {
-    Require(context_ && EVP_DigestInit_ex(context_.get(), EVP_sha256(), nullptr) == 1);
-  }
-  void Add(const std::string& bytes) { Require(EVP_DigestUpdate(context_.get(), bytes.data(), bytes.size()) == 1); }
-  std::string Hex() {
-    std::array<unsigned char, EVP_MAX_MD_SIZE> bytes{};
-    unsigned int size = 0;
-    Require(EVP_DigestFinal_ex(context_.get(), bytes.data(), &size) == 1);
-    std::string text;
-    for (unsigned int i = 0; i < size; ++i) {
-      text += "0123456789abcdef"[bytes[i] >> 4U];
-      text += "0123456789abcdef"[bytes[i] & 15U];
-    }
-    return text;
-  }
-
- private:
-  static void Require(bool done) {
-    if (!done) throw Error(Error::kSystem, "there is no SHA-256");
-  }
-  std::unique_ptr<EVP_MD_CTX, decltype(&EVP_MD_CTX_free)> context_;
-};
-
 std::string HashOf(const std::string& text) {
-  Digest digest;
-  digest.Add(text);
-  return digest.Hex();
+  std::array<char, SHA256_DIGEST_STRING_LENGTH> hexadecimal{};
+  return SHA256Data(reinterpret_cast<const std::uint8_t*>(text.data()), text.size(), hexadecimal.data());
 }
 
 // Everything that the state holds, each value behind its length.
