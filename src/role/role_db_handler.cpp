@@ -19,6 +19,7 @@
 #include "role/role_db_scope.h"
 #include "role/role_query.h"
 #include "role/statements.h"
+#include "role/this_process.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
 
@@ -127,7 +128,7 @@ bool RoleDBHandler::Open() {
   }
   if (!IsAcceptable(path_, file)) return false;
 
-  pid_ = getpid();
+  process_ = ThisProcess();
   constexpr int kFlags = SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOFOLLOW | SQLITE_OPEN_NOMUTEX;
   lastResult_ = sqlite3_open_v2(resolved.c_str(), &db_, kFlags, nullptr);
   if (lastResult_ != SQLITE_OK) return Fail("cannot open database file %s: [%d]", path_, lastResult_);
@@ -143,8 +144,10 @@ bool RoleDBHandler::Open() {
   inode_ = file.st_ino;
   if (moved != 0 || !IsSameFile()) return Fail("database file %s was replaced while it was opened", path_);
   KnownPaths().insert({path_, resolved});
-  // Pages must not be written before COMMIT: that would take the exclusive lock and shut readers out until then.
-  return Exec("pragma cache_spill = off") == SQLITE_OK;
+  // Pages must not be written before COMMIT: that would take the exclusive lock and shut readers out until then. The
+  // cache, in KiB and taken as needed, holds the tables of 100,000 users: a refresh reads no page twice. What
+  // savepoints keep goes to no file in /var/tmp.
+  return Exec("pragma cache_spill = off; pragma cache_size = -16384; pragma temp_store = memory") == SQLITE_OK;
 }
 
 bool RoleDBHandler::ReadVersion(int& version) {
@@ -170,10 +173,10 @@ bool RoleDBHandler::IsSameFile() const {
   return lstat(path_.c_str(), &file) == 0 && file.st_dev == device_ && file.st_ino == inode_;
 }
 
-bool RoleDBHandler::EnsureCurrent() { return (db_ && pid_ == getpid() && IsSameFile()) || Connect() == 0; }
+bool RoleDBHandler::EnsureCurrent() { return (db_ && process_ == ThisProcess() && IsSameFile()) || Connect() == 0; }
 
 void RoleDBHandler::Close() {
-  if (db_ && pid_ == getpid()) {
+  if (db_ && process_ == ThisProcess()) {
     statements_.reset();
     sqlite3_close_v2(db_);
   } else if (db_) {

@@ -98,8 +98,8 @@ class MAILSERVER_EXPORT RoleDBHandler {
 
   std::unique_ptr<Statements> statements_;  ///< of db_
   int busyTimeout_ = 60000;
-  pid_t pid_ = -1;    ///< the process that opened db_
-  dev_t device_ = 0;  ///< the file that was opened
+  unsigned int process_ = 0;  ///< the one that opened db_
+  dev_t device_ = 0;          ///< the file that was opened
   ino_t inode_ = 0;
 };
 

@@ -1,10 +1,9 @@
 // Transactions and savepoints behind exported calls and batches.
 #include "role/role_db_scope.h"
 
-#include <unistd.h>
-
 #include "base/log.h"
 #include "role/statements.h"
+#include "role/this_process.h"
 
 namespace NIMBO::QUAYPOST_SERVER {
 
@@ -29,7 +28,8 @@ bool IsAboutInput(int code) {
 
 RoleDBScope* RoleDBScope::innermost_ = nullptr;
 
-RoleDBScope::RoleDBScope(RoleDBHandler* handle, Kind kind) : outer_(innermost_), handle_(handle), pid_(getpid()) {
+RoleDBScope::RoleDBScope(RoleDBHandler* handle, Kind kind)
+    : outer_(innermost_), handle_(handle), process_(ThisProcess()) {
   state_ = Begin(kind);
   if (state_ != State::kInactive) innermost_ = this;
 }
@@ -44,7 +44,7 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) {
   if (!enclosing) {
     if (kind == kStep) return State::kInactive;
     writes_ = kind == kWrite || kind == kAlone;
-    if (!handle_ || !handle_->db_ || handle_->pid_ != pid_) return State::kRefused;
+    if (!handle_ || !handle_->db_ || handle_->process_ != process_) return State::kRefused;
     if (kind == kQuery) return State::kQuerying;
     const char* begin = writes_ ? "BEGIN IMMEDIATE" : "BEGIN";
     const bool idle = sqlite3_get_autocommit(handle_->db_) != 0;
@@ -68,12 +68,12 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) {
 
 // SQLite ends a transaction by itself after some errors; a child of fork() has no part in its parent's.
 bool RoleDBScope::InTransaction() const {
-  return pid_ == getpid() && handle_->db_ && sqlite3_get_autocommit(handle_->db_) == 0;
+  return process_ == ThisProcess() && handle_->db_ && sqlite3_get_autocommit(handle_->db_) == 0;
 }
 
 bool RoleDBScope::Usable() const {
   if (state_ == State::kInactive) return true;
-  if (state_ == State::kQuerying) return pid_ == getpid() && handle_->db_;
+  if (state_ == State::kQuerying) return process_ == ThisProcess() && handle_->db_;
   return state_ != State::kRefused && state_ != State::kEnded && InTransaction();
 }
 
@@ -113,7 +113,7 @@ void RoleDBScope::Rollback() {
 void RoleDBScope::End() {
   if (state_ == State::kEnded || state_ == State::kInactive) return;
   if (environmentFailed_ && outer_) outer_->environmentFailed_ = true;
-  if (state_ == State::kTransaction && pid_ != getpid()) {
+  if (state_ == State::kTransaction && process_ != ThisProcess()) {
     RoleDBHandler::mustExec_ = true;
   } else if (state_ == State::kTransaction && handle_->statements_) {
     handle_->statements_->End();
@@ -122,7 +122,7 @@ void RoleDBScope::End() {
   while (innermost_ && innermost_->state_ == State::kEnded) innermost_ = innermost_->outer_;
 }
 
-bool RoleDBScope::IsParents() { return innermost_ && innermost_->pid_ != getpid(); }
+bool RoleDBScope::IsParents() { return innermost_ && innermost_->process_ != ThisProcess(); }
 
 bool RoleDBScope::IsOn(const RoleDBHandler* handle) {
   const RoleDBScope* scope = innermost_;

@@ -23,10 +23,10 @@ class MAILSERVER_EXPORT RoleDBScope {
  public:
   enum Kind {
     kRead,   ///< one snapshot for all reads; inside another scope: part of it
-    kQuery,  ///< for one query, with those that run while it is open: it is their snapshot, so this begins nothing
     kWrite,  ///< BEGIN IMMEDIATE; inside another scope: a savepoint, refused if that one only reads
     kStep,   ///< inside a scope a savepoint; otherwise nothing at all
     kAlone,  ///< for one statement, which is whole or not by itself: kWrite without the savepoint
+    kQuery,  ///< for one query, with those that run while it is open: it is their snapshot, so this begins nothing
   };
 
   /// Begins. `handle` may be null: a scope in which there is no database.
@@ -84,7 +84,7 @@ class MAILSERVER_EXPORT RoleDBScope {
 
   RoleDBScope* const outer_;
   RoleDBHandler* const handle_;
-  const pid_t pid_;
+  const unsigned int process_;
   State state_ = State::kRefused;
   bool writes_ = false;  ///< the transaction holds the write lock
   bool environmentFailed_ = false;
