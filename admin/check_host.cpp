@@ -161,7 +161,9 @@ class Comparison {
     if (!Names(NIMBOGroupListMember, name, members) || !Names(NIMBOGroupListStale, name, stale)) {
       return Unanswered(kinds::kLookupFailed, "the members of group " + name);
     }
-    for (const std::string& member : stale) findings_.Add(kinds::kStaleName, name + ": " + member);
+    for (const std::string& member : stale) {
+      findings_.Add(kinds::kStaleName, std::string(name).append(": ").append(member));
+    }
     try {
       CompareMembers(group, name, members);
     } catch (const Error&) {

@@ -69,15 +69,18 @@ void LookAtRows(sqlite3* db, Findings& findings) {
   if (findings.Has(kinds::kRowUnusable)) findings.Block();
 }
 
+std::string SelectOrphans(const Link& link) {
+  const auto& [table, column, parent, other] = link;
+  const std::string child = std::string(table) + "." + column;
+  return std::string("select '") + table + ": ' || '" + column + " ' || quote(" + child + ") || ' of " + other +
+         " ' || quote(" + other + ") || ' is not stored' from " + table + " where not exists (select 1 from " + parent +
+         " where " + parent + "." + column + " = " + child + ")";
+}
+
 void LookAtLinks(sqlite3* db, Findings& findings) {
-  for (const auto& [table, column, parent, other] : kLinks) {
-    const std::string child = std::string(table) + "." + column;
-    const bool effective = std::string(table) == "user2delegation_real_table" && std::string(column) == "uid";
-    AddEach(db,
-            std::string("select '") + table + ": ' || '" + column + " ' || quote(" + child + ") || ' of " + other +
-                " ' || quote(" + other + ") || ' is not stored' from " + table + " where not exists (select 1 from " +
-                parent + " where " + parent + "." + column + " = " + child + ")",
-            effective ? kinds::kUnknownUser : kinds::kOrphan, findings);
+  for (const Link& link : kLinks) {
+    const bool effective = std::string(link.table) == "user2delegation_real_table" && std::string(link.column) == "uid";
+    AddEach(db, SelectOrphans(link), effective ? kinds::kUnknownUser : kinds::kOrphan, findings);
   }
 }
 

@@ -97,8 +97,7 @@ Effect Effect::FromJson(const Json::Value& document) {
 Effect Compare(const State& before, const State& after) {
   const TabsById tabsBefore(before), tabsAfter(after);
   Effect effect;
-  const auto compare = [&](const User* then, const User* now) {
-    const User& user = now ? *now : *then;
+  const auto compare = [&](const User& user, const User* then, const User* now) {
     PersonEffect person{user.uid, user.name, HoldingOf(before, then), HoldingOf(after, now), {}, {}};
     const Tabs& had = tabsBefore.Of(person.before);
     const Tabs& has = tabsAfter.Of(person.after);
@@ -112,7 +111,7 @@ Effect Compare(const State& before, const State& after) {
   while (then != before.users.end() || now != after.users.end()) {
     const bool gone = now == after.users.end() || (then != before.users.end() && then->first < now->first);
     const bool isNew = then == before.users.end() || (!gone && now->first < then->first);
-    compare(isNew ? nullptr : &then->second, gone ? nullptr : &now->second);
+    compare(gone ? then->second : now->second, isNew ? nullptr : &then->second, gone ? nullptr : &now->second);
     if (!isNew) ++then;
     if (!gone) ++now;
   }

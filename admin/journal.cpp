@@ -146,6 +146,8 @@ Record RecordFrom(const std::string& text, const std::string& hash) try {
   for (const Json::Value& change : document["delegations"]) {
     record.delegations.push_back({change["id"].asInt(), change["before"], change["after"]});
   }
+  record.ids = document["ids"];
+  if (!record.ids.isObject()) Fail("has a record that is no record");
   if (!document["effect"].isNull()) record.effect = Effect::FromJson(document["effect"]);
   record.content = document["content"].asString();
   record.previous = document["previous"].asString();
@@ -156,6 +158,18 @@ Record RecordFrom(const std::string& text, const std::string& hash) try {
 } catch (const Error& error) {
   if (error.kind() == Error::kDatabase) throw;
   Fail("has a record that is no record");
+}
+
+// The uids and gids of those to whom the changed delegations were assigned before.
+Json::Value IdsOf(const std::vector<DelegationChange>& changes, const State& before) {
+  Json::Value ids(Json::objectValue);
+  for (const DelegationChange& change : changes) {
+    const auto found = before.delegations.find(change.id);
+    if (found == before.delegations.end()) continue;
+    for (const unsigned int uid : found->second.users) ids["user " + before.users.at(uid).name] = uid;
+    for (const unsigned int gid : found->second.groups) ids["group " + before.groups.at(gid).name] = gid;
+  }
+  return ids;
 }
 
 // ---- The file ----
@@ -259,6 +273,7 @@ Json::Value Record::ToJson() const {
     entry["before"] = change.before;
     entry["after"] = change.after;
   }
+  document["ids"] = ids.isNull() ? Json::Value(Json::objectValue) : ids;
   document["effect"] = effect ? effect->ToJson() : Json::Value();
   document["content"] = content;
   document["previous"] = previous;
@@ -399,6 +414,7 @@ std::optional<long long> Journal::Append(const Actor& actor, const Entry& entry,
   std::optional<long long> number;
   if (record.content != contentBefore) {
     record.delegations = Differences(DocumentsOf(before), DocumentsOf(after));
+    record.ids = IdsOf(record.delegations, before);
     number = Insert(std::move(record));
   }
   Commit();

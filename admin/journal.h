@@ -64,14 +64,15 @@ struct MAILSERVER_EXPORT Record {
   std::string action;
   std::optional<long long> undoes;  ///< the number of the record that it takes back
   std::vector<DelegationChange> delegations;
+  Json::Value ids;  ///< whom the names meant before it: {"user ann": 1001, "group staff": 50}, as far as known
   std::optional<Effect> effect;  ///< not known for kStart and kOutside
   std::string content;           ///< digest of everything that the database holds after it
   std::string previous;          ///< hash of the record before, "" of the first
   std::string hash;              ///< of this record; not a part of it
 
   /// {"number", "time" (seconds since 1970), "actor": {"uid", "name", "given"} or null, "kind": "start", "change"
-  /// or "outside", "action", "undoes": number or null, "delegations": [{"id", "before", "after"}], "effect"
-  /// or null, "content", "previous", "hash"}
+  /// or "outside", "action", "undoes": number or null, "delegations": [{"id", "before", "after"}], "ids",
+  /// "effect" or null, "content", "previous", "hash"}
   Json::Value ToJson() const;
 };
 

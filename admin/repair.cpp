@@ -35,7 +35,8 @@ void RemoveImpossibleIds(sqlite3* db) {
 }
 
 void RemoveRecords(sqlite3* db, const std::string& table, const std::string& id, const std::vector<unsigned int>& ids) {
-  for (const unsigned int each : ids) Rows(db, "delete from " + table + " where " + id + " = ?", each).Run();
+  const std::string statement = "delete from " + table + " where " + id + " = ?";
+  for (const unsigned int each : ids) Rows(db, statement, each).Run();
 }
 
 // Gives records without a name the host's, or removes those whose id the host definitely has not.
@@ -44,9 +45,10 @@ void NameRecords(sqlite3* db, const std::string& table, const std::string& id, c
   std::vector<unsigned int> nameless;
   Rows rows(db, "select " + id + " from " + table + " where ifnull(" + name + ", '') = ''");
   while (rows.Next()) nameless.push_back(static_cast<unsigned int>(rows.Number(0)));
+  const std::string statement = "update " + table + " set " + name + " = ? where " + id + " = ?";
   for (const unsigned int each : nameless) {
     if (const auto account = withId(each)) {
-      Rows(db, "update " + table + " set " + name + " = ? where " + id + " = ?", account->name, each).Run();
+      Rows(db, statement, account->name, each).Run();
     } else {
       RemoveRecords(db, table, id, {each});
     }

@@ -14,15 +14,18 @@ namespace NIMBO::QUAYPOST_SERVER::admin {
 
 namespace {
 
-// The names of `array` that the host has, by `find`; the others go to `gone`.
-Json::Value Present(const Json::Value& array, const std::string& kind,
+// The names of `array` by which the host still means the same, by `find` and the ids of then; the others go to `gone`.
+Json::Value Present(const Json::Value& array, const std::string& kind, const Json::Value& ids,
                     std::optional<Account> (*find)(const std::string&), std::vector<std::string>& gone) {
   Json::Value present(Json::arrayValue);
   for (const Json::Value& name : array) {
-    if (find(name.asString())) {
+    const std::string assignee = kind + " " + name.asString();
+    const std::optional<Account> account = find(name.asString());
+    const Json::Value& id = ids[assignee];
+    if (account && (!id.isUInt() || id.asUInt() == account->id)) {
       present.append(name);
     } else {
-      gone.push_back(kind + " " + name.asString());
+      gone.push_back(account ? assignee + " of then (number " + id.asString() + ")" : assignee);
     }
   }
   return present;
@@ -118,8 +121,8 @@ UndoPlan PlanUndo(const Journal& journal, long long number, const State& now) {
     DelegationChange back{isGone ? -1 : change.id, isGone ? Json::Value() : found->second, change.before};
     plan.overtaken = plan.overtaken || back.before != change.after;
     if (!back.after.isNull()) {
-      back.after["users"] = Present(change.before["users"], "user", UserNamed, plan.gone);
-      back.after["groups"] = Present(change.before["groups"], "group", GroupNamed, plan.gone);
+      back.after["users"] = Present(change.before["users"], "user", record->ids, UserNamed, plan.gone);
+      back.after["groups"] = Present(change.before["groups"], "group", record->ids, GroupNamed, plan.gone);
     }
     if (back.before != back.after) plan.changes.push_back(std::move(back));
   }

@@ -25,7 +25,8 @@ struct UndoPlan {
 
   std::string taken;  ///< a name that is to come back and that another delegation has by now; "" if there is none
 
-  /// Assignees that the host does not have any more, as "user ann"; they are left out.
+  /// Assignees that the host does not have any more, as "user ann", or by whose name it means somebody else now; they
+  /// are left out.
   std::vector<std::string> gone;
 };
 

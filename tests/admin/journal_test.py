@@ -183,6 +183,13 @@ def check_older_undo(program, rng):
         it.change(DELETE, [[old["out"]]])
         assert it.change(CREATE, [delegation("New", 1, set())])["out"] == old["out"]  # the id is used again
         it.ask("admin.undo", {"number": old["record"], "force": True})
+        given = it.change(CREATE, [delegation("Given", 1, {"queue"}, ["user user1", "group group1"])])["out"]
+        deleted = it.change(DELETE, [[given]])["record"]
+        it.world.users["user1"] = 5001  # the account of that name is somebody else's now
+        it.world.write_accounts()
+        assert it.ask("admin.undo", {"number": deleted}) == "no_user"
+        assert it.ask("admin.undo", {"number": deleted, "force": True})["return"]
+        assert [(one["users"], one["groups"]) for one in it.export() if one["name"] == "Given"] == [([], ["group1"])]
         assert "New" in [document["name"] for document in it.export()]
 
 

@@ -24,4 +24,12 @@ class Progress {
   std::chrono::steady_clock::time_point last_;
 };
 
+// Shows `what` while `work` runs; what that returns.
+template <class Work>
+auto Showing(const std::string& what, Work work) {
+  Progress progress;
+  progress.Show(what);
+  return work();
+}
+
 }  // namespace delegationctl

@@ -24,6 +24,7 @@
 #include "output.h"
 #include "platform/mailserver.h"
 #include "platform/nimbsdk.h"
+#include "progress.h"
 #include "refresh.h"
 #include "storage/delegation_db_strategy.h"
 
@@ -229,7 +230,7 @@ Carried Session::Try(const Intent& intent, const admin::Actor& actor) const {
     const auto refusal = judge ? judge(before, after, admin::Compare(before, after)) : std::nullopt;
     return refusal ? refusal->ToJson() : Json::Value();
   };
-  admin::Tried tried = admin::TryOut(Telling(intent, log_), inspect);
+  admin::Tried tried = Showing("trying it on a copy", [&] { return admin::TryOut(Telling(intent, log_), inspect); });
   std::vector<std::string> lines;
   for (const Json::Value& line : tried.result[kLog]) lines.push_back(line.asString());
   log_.Append(lines);
@@ -271,8 +272,10 @@ Carried Session::Carry(const Intent& intent) {
     if (shown && *shown != effect.ToJson()) return admin::Refusal{kChangedMeanwhile, "", ""};
     return judgeActor ? judgeActor(before, after, effect) : std::nullopt;
   };
-  admin::Recorded done =
-      admin::CarryOutRecorded(actor, {intent.action, intent.refreshes, intent.undoes}, Telling(intent, log_), judge);
+  admin::Recorded done = Showing("storing it", [&] {
+    return admin::CarryOutRecorded(actor, {intent.action, intent.refreshes, intent.undoes}, Telling(intent, log_),
+                                   judge);
+  });
   if (!done.warning.empty())
     std::cerr << "delegationctl: not recorded in the history: " << Printable(done.warning) << '\n';
   if (done.refusal) Refuse(actor.name, *done.refusal);

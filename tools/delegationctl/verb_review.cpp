@@ -7,6 +7,7 @@
 #include "admin/access.h"
 #include "asking.h"
 #include "errors.h"
+#include "progress.h"
 #include "review_page.h"
 #include "verbs.h"
 
@@ -87,7 +88,7 @@ Answer RunReview(Session& session, const std::string& format) {
   if (session.Options().json && (format == "csv" || format == "html")) {
     throw Exit(errors::kBadUsage, fmt::format("--json and --format {} exclude each other", format));
   }
-  const Review review = admin::MakeReview();
+  const Review review = Showing("looking at everybody", admin::MakeReview);
   const ReviewOrigin origin{HostName(), session.DatabasePath(), std::time(nullptr)};
 
   Answer answer;

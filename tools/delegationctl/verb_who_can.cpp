@@ -3,6 +3,7 @@
 
 #include "admin/access.h"
 #include "asking.h"
+#include "progress.h"
 #include "verbs.h"
 
 namespace delegationctl {
@@ -31,7 +32,8 @@ std::string Text(const Permitted& permitted, bool color) {
 }
 
 Answer WhoCan(Session& session, const Arguments& arguments) {
-  const Permitted permitted = admin::WhoCan(ReadQuestion(arguments.question, arguments.exact));
+  const auto question = ReadQuestion(arguments.question, arguments.exact);
+  const Permitted permitted = Showing("looking at everybody", [&] { return admin::WhoCan(question); });
   Answer answer;
   answer.json = permitted.ToJson();
   answer.text = Text(permitted, session.Color());
