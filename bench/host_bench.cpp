@@ -54,21 +54,25 @@ void MeasureCan(const Directory& directory, int users, int runs) {
   Print("can", users, {{"library_ns", can}, {"limit_ns", nothing}});
 }
 
-// What administrators ask, each as a whole process; the best run counts.
+// What administrators ask, and what bash asks when they press Tab behind a user's name, each as a whole process; the
+// best run counts.
 void MeasureQuestions(const Directory& directory, int users, int runs) {
   setenv("MAILSERVER_CONF", (directory / "mailserver.conf").c_str(), 1);
-  const std::string user = UserName(users / 2);
-  const std::pair<const char*, std::string> questions[] = {{"ask_explain", "explain " + user + " " + MethodNumber(0)},
-                                                           {"ask_who_can", "who-can queue"},
-                                                           {"ask_review", "review --format csv"},
-                                                           {"ask_check", "check"}};
+  const std::string tool = DELEGATIONCTL " ", user = UserName(users / 2);
+  const std::pair<const char*, std::string> questions[] = {
+      {"ask_explain", tool + "explain " + user + " " + MethodNumber(0)},
+      {"ask_who_can", tool + "who-can queue"},
+      {"ask_review", tool + "review --format csv"},
+      {"ask_check", tool + "check"},
+      {"ask_complete", "bash --norc -c 'source " COMPLETION "; COMP_WORDS=(" + tool + "can " + user +
+                           "); COMP_CWORD=2; _delegationctl; [ ${#COMPREPLY[@]} -gt 0 ]'"}};
   for (const auto& [name, question] : questions) {
-    const std::string command = DELEGATIONCTL " " + question + " > /dev/null";
+    const std::string command = question + " > /dev/null";
     double best = 1e18;
     for (int i = 0; i < runs; ++i) {
       int status = 0;
       best = std::min(best, NanosecondsOf([&] { status = WEXITSTATUS(std::system(("exec " + command).c_str())); }));
-      Require(status == 0 || status == 1, "failed: " + command);
+      Require(status == 0 || (status == 1 && question.starts_with(tool)), "failed: " + command);
     }
     Print(name, users, {{"library_ns", best}});
   }

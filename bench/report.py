@@ -57,6 +57,7 @@ def rows(figures):
     yield "listing 100 delegations x 29 entries / one joined statement", get("list", 100), "", 2.5, 1.3
     for name, what, goal in (("explain", "explain USER METHOD", 0.05), ("who_can", "who-can TAB", 5), ("review", "review", 5), ("check", "check", 5)):
         yield f"`delegationctl {what}`, whole process, 100,000 users", get("ask_" + name, 100000, "library_ns", 1e-9), " s", goal, None
+    yield "bash completing a user's name behind `delegationctl can`, 100,000 users", get("ask_complete", 100000, "library_ns", 1e-9), " s", 0.05, None
     yield "`delegationctl can`, whole process, against `true`", difference("can", 10000, 1e-6), " ms more", 5, 3
 
 

@@ -58,6 +58,16 @@ TEST_F(Handlers, GiveValidRecordsInTheirOrder) {
   EXPECT_EQ(log.Texts(), (Texts{"DelegationEntry(3, , ) is not valid", "Delegation(, red) is not valid"}));
 }
 
+TEST_F(Handlers, ReadWhatTheyAreAskedWhileAUsersRowIsOpenFromTheSameState) {
+  Exec("pragma journal_mode = wal");
+  const auto visit = [&](const auto& role) {
+    Exec("delete from delegation2delegation_entry_table");
+    EXPECT_EQ(role->FindBelongPolicyEntries(entries), 0);
+  };
+  EXPECT_EQ(ofUsers.VisitRealBelongPolicies(*ann, visit), 0);
+  EXPECT_EQ(Show(entries), "queue=x service=");
+}
+
 TEST_F(Handlers, FailInTheirOwnWordsWhereANumberIsNone) {
   Exec("insert into user2delegation_table values (1001, 3000000000)");
   for (const std::string poison : {"priority = 'abc'", "priority = 2147483648", "delegationidx = 3000000000"}) {

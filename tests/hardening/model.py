@@ -88,6 +88,7 @@ class Host:
 
     def find(self, source, name):
         require(is_text(name))
+        require(name or source == "group")  # a user without a name is not asked for
         numbers = self.numbers(source)
         require(name in numbers)
         return numbers[name], name

@@ -89,8 +89,8 @@ MUTANTS = [  # what the library then does wrong, file under src/, text, its repl
     ("a statement is run with another's values", "role/statements.cpp", " || prepared.taken", ""),
     ("a quote in a value is lost", "role/statements.cpp", "(ends ? 1 : 0)", "1"),
     ("a file that has vanished is made anew", HANDLE, "if (KnownPaths().contains(path_) || KnownPaths().contains(resolved))", "if (false)"),
-    ("a replaced file is not noticed", HANDLE, "pid_ == getpid() && IsSameFile()", "pid_ == getpid()"),
-    ("a forked child uses the parent's connection", HANDLE, "pid_ == getpid() && IsSameFile()", "IsSameFile()"),
+    ("a replaced file is not noticed", HANDLE, "process_ == ThisProcess() && IsSameFile()", "process_ == ThisProcess()"),
+    ("a forked child uses the parent's connection", HANDLE, "process_ == ThisProcess() && IsSameFile()", "IsSameFile()"),
     ("a child forked in a transaction goes on", SCOPE, "RoleDBHandler::mustExec_ = true;", ";"),
     # The answer
     ("an exception means allowed", API, "Guarded(static_cast<int>(kError), [&]() -> int {", "Guarded(0, [&]() -> int {"),
@@ -106,8 +106,7 @@ class Copy:
     def __init__(self, tree, work):
         self.tree, self.build = work + "/tree", work + "/build"
         os.makedirs(self.tree, exist_ok=True)
-        parts = [f"{tree}/{part}" for part in ("CMakeLists.txt", "cmake", "docs", "src", "tests", "tools", "README.md")]
-        subprocess.run(["rsync", "-a", "--delete", "--checksum", *parts, self.tree], check=True)
+        subprocess.run(["rsync", "-a", "--delete", "--checksum", "--exclude=/build", "--exclude=/.git", tree + "/", self.tree], check=True)
         subprocess.run(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug"],
                        check=True, stdout=subprocess.DEVNULL)
         program = self.build + "/tools/delegationctl/delegationctl"
