@@ -46,6 +46,12 @@ Json::Value ToDocument(const State& state, const Delegation& delegation, const J
   return document;
 }
 
+// Whether all texts in it are UTF-8; others are replaced when it is written, and would come back as others.
+bool IsUtf8(const Json::Value& value) {
+  return value.isString() ? FindInvalidByte(value.asString()) == std::string::npos
+                          : std::all_of(value.begin(), value.end(), IsUtf8);
+}
+
 // One value on one line. What is not plain text is escaped.
 std::string OneLine(const Json::Value& value) {
   Json::StreamWriterBuilder writer;
@@ -92,7 +98,10 @@ Json::Value ToDocument(const State& state) {
   document["format"] = 1;
   document["delegations"] = Json::arrayValue;
   for (const Delegation* delegation : delegations) {
-    document["delegations"].append(ToDocument(state, *delegation, defaults));
+    const Json::Value& one = document["delegations"].append(ToDocument(state, *delegation, defaults));
+    if (IsUtf8(one)) continue;
+    throw Error(Error::kRefused, "a document cannot hold the delegation with id " + std::to_string(delegation->id) +
+                                     ": a text in it, or the name of an assignee, is not UTF-8");
   }
   return document;
 }

@@ -22,7 +22,7 @@ namespace NIMBO::QUAYPOST_SERVER::admin {
 
 /// The document of a state: highest priority first, then name, then id; users, groups and tabs by name, sorted. Data
 /// that is neither "true" nor the default is in "entries"; entries of unknown types are left out. Equal databases give
-/// equal documents.
+/// equal documents. Throws Error::kRefused where a text is not UTF-8, which no document can hold.
 MAILSERVER_EXPORT Json::Value ToDocument(const State& state);
 
 /// The same of one delegation: its element in "delegations".

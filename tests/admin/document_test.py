@@ -243,6 +243,12 @@ def what_the_host_lost_stays(program):
         held["users"] = ["renamed", "u3", "u4"]
         assert ask(rpc, "admin.apply", {"document": {"format": 1, "delegations": [held]}})["return"] is True
         assert {row[0] for row in contents(world.database)["user2delegation_table"]} == {1002, 1003, 1004}
+        with sqlite3.connect(world.database) as database:
+            database.execute("update delegation_table set name = cast(x'41ff' as text)")
+        try:
+            raise AssertionError(export(rpc))  # would be applied as another name
+        except Failure as failure:
+            assert failure.args[0] == "refused", failure.args
 
 
 def main():
