@@ -2,7 +2,7 @@
 """Breaks one rule of the library at a time, in a copy, and tells which test notices. Prints a table; fails when more than
 two mutants survive.
 
-usage: mutants.py SOURCE_TREE WORK_DIRECTORY [WORDS]    only those whose description has the words
+usage: mutants.py SOURCE_TREE WORK_DIRECTORY [WORDS...]    only those whose description has one of them
 """
 import os
 import re
@@ -139,7 +139,7 @@ def main():
     copy = Copy(os.path.abspath(tree), os.path.abspath(work))
     copy.make()
     assert copy.caught_by() is None, "a test fails without any mutant"
-    survivors, chosen = 0, [mutant for mutant in MUTANTS if all(word in mutant[0] for word in words)]
+    survivors, chosen = 0, [mutant for mutant in MUTANTS if not words or any(word in mutant[0] for word in words)]
     for what, file, text, replacement in chosen:
         path = f"{copy.tree}/src/{file}"
         with open(path, encoding="utf-8") as source:
