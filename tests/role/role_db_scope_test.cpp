@@ -84,6 +84,9 @@ TEST_F(Scope, ReadsAStatementThatIsBeingReadAsAnotherOne) {
   }
   EXPECT_FALSE(outer.Next());
   EXPECT_TRUE(outer.Done());
+  Query quoted(*handle_, select("('''it''s''')"));
+  ASSERT_TRUE(quoted.Next());
+  EXPECT_EQ(quoted.Text(0), "'it's'");
 }
 
 TEST_F(Scope, LetsReadersInUntilItCommits) {
