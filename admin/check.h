@@ -19,6 +19,7 @@
 
 namespace NIMBO::QUAYPOST_SERVER::admin {
 
+/// How bad a finding is.
 enum class Severity {
   kError,    ///< somebody has more or less than is due, or the library cannot work
   kWarning,  ///< becomes an error if it is left so

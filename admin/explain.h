@@ -25,6 +25,7 @@ struct Question {
   std::string tab;
 };
 
+/// What the access check answers.
 enum class Verdict {
   kAllowed,
   kNotAllowed,

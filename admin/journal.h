@@ -4,7 +4,7 @@
 ///   Journal journal(Journal::CurrentPath(), Journal::kRead);
 ///   for (const Record& record : journal.List({.user = "bob"})) ...
 ///
-/// It is an SQLite file of its own, <database>.admin, and the library does not know of it: without it, or when it is
+/// It is an SQLite file of its own, DATABASE.admin, and the library does not know of it: without it, or when it is
 /// damaged, access checks and changes go on. Records are only appended, and each holds the hash of the one before.
 /// Whoever may write the file can also write all of it anew; note the last hash elsewhere to see even that.
 ///
@@ -105,7 +105,7 @@ class MAILSERVER_EXPORT Journal {
  public:
   enum Access { kRead, kWrite };
 
-  /// "<database>.admin" for the database that the library works on now. Throws Error::kDatabase.
+  /// DATABASE.admin for the database that the library works on now. Throws Error::kDatabase.
   static std::string CurrentPath();
 
   /// Opens the file; with kWrite it is made, mode 0640, if it does not exist. Throws Error::kDatabase, also for a

@@ -27,16 +27,26 @@ USERS, GROUPS, ROLES, DECISIONS, ROUNDS = 10000, 100, 20, 4000, 9
 
 class Engine:
     def __init__(self, name, *command):
-        self.name, self.rounds, self.loads = name, [], []
-        self.process = subprocess.Popen(command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
+        self.name, self.command, self.rounds, self.loads, self.deaths = name, command, [], [], 0
+        self.start()
+
+    def start(self):
+        self.process = subprocess.Popen(self.command, stdin=subprocess.PIPE, stdout=subprocess.PIPE, text=True)
 
     def ask(self, command):
         self.process.stdin.write(command + "\n")
         self.process.stdin.flush()
         answer = self.process.stdout.readline()
-        if not answer:
-            sys.exit(f"{self.name} has ended with status {self.process.wait()}")
-        return json.loads(answer)
+        if answer:
+            return json.loads(answer)
+        self.deaths += 1  # V8 of Node 20 aborts now and then, in the middle of its own optimizing
+        print(f"{self.name} has ended with status {self.process.wait()}", file=sys.stderr)
+        if self.deaths == 4:
+            sys.exit(1)
+        self.start()
+        if command != "load":
+            self.ask("load")
+        return self.ask(command)
 
     def load(self, resolving=0.0):
         start = time.perf_counter()

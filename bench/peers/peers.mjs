@@ -47,7 +47,6 @@ function loadCedar(rules) {
   };
 }
 
-// A plain loop: V8 of Node 20 now and then aborts when it takes optimized array callbacks back inside a top-level await.
 function decide(allows, decisions) {
   const answers = [];
   for (const [user, method] of decisions) {
