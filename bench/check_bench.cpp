@@ -26,7 +26,7 @@ int main(int argc, char**) {
       Require(answer == (limit.Allows(UserId(asked(i)), MethodNumber(i / kAsked)) ? 0 : 1),
               "library and limit disagree");
     }
-    Pair pair{"check", users};
+    Pair pair{"check", users, 400};
     pair.setup = [=] { UseDatabase(path); };
     pair.library = [=, &turn] {
       ++turn;

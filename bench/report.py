@@ -98,11 +98,13 @@ def plot(title, lines):
                    f'<text x="{left - 8}" y="{y(10 ** exponent) + 4:.1f}" text-anchor="end">{unit(10 ** exponent)}</text>')
     for n in sorted({n for n, _ in points}):
         svg.append(f'<text x="{x(n):.1f}" y="{height - bottom + 18}" text-anchor="middle">{n:,}</text>')
-    for (label, line), color in zip(lines.items(), ("#1f5fa8", "#c25a00", "#2f7d32")):
+    at = -math.inf  # the label above
+    for (label, line), color in sorted(zip(lines.items(), ("#1f5fa8", "#c25a00", "#2f7d32")), key=lambda one: -one[0][1][-1][1]):
+        at = max(y(line[-1][1]) + 4, at + 15)
         path = "L".join(f"{x(n):.1f} {y(ns):.1f}" for n, ns in line)
         svg.append(f'<path d="M{path}" fill="none" stroke="{color}" stroke-width="2"/>')
         svg += [f'<circle cx="{x(n):.1f}" cy="{y(ns):.1f}" r="3.5" fill="{color}"/>' for n, ns in line]
-        svg.append(f'<text x="{width - right + 10}" y="{y(line[-1][1]) + 4:.1f}" fill="{color}">{label}</text>')
+        svg.append(f'<text x="{width - right + 10}" y="{at:.1f}" fill="{color}">{label}</text>')
     return "\n".join(svg) + "\n</svg>\n"
 
 

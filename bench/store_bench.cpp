@@ -60,7 +60,7 @@ void MeasureRecalculation(const Directory& directory, int n, bool unchanged) {
   const auto world = std::make_shared<World>(directory, name + std::to_string(n) + ".db", n);
   auto users = std::make_shared<Users>();
   Require(DelegationUser::List(Json::nullValue, *users), "cannot list");
-  Pair pair{name, n, n > 1000 ? 3 : 9};
+  Pair pair{name, n, 9};
   pair.setup = [=] { UseDatabase(world->path); };
   if (!unchanged) pair.before = [=] { world->aside.Exec("delete from user2delegation_real_table"); };
   pair.library = [=] { InWriteScope([&] { return DelegationCalculator().CalculateUser(*users); }); };
