@@ -145,9 +145,8 @@ bool RoleDBHandler::Open() {
   if (moved != 0 || !IsSameFile()) return Fail("database file %s was replaced while it was opened", path_);
   KnownPaths().insert({path_, resolved});
   // Pages must not be written before COMMIT: that would take the exclusive lock and shut readers out until then. The
-  // cache, in KiB and taken as needed, holds the tables of 100,000 users: a refresh reads no page twice. What
-  // savepoints keep goes to no file in /var/tmp.
-  return Exec("pragma cache_spill = off; pragma cache_size = -16384; pragma temp_store = memory") == SQLITE_OK;
+  // cache, in KiB and taken as needed, holds the tables of 100,000 users: a refresh reads no page twice.
+  return Exec("pragma cache_spill = off; pragma cache_size = -16384") == SQLITE_OK;
 }
 
 bool RoleDBHandler::ReadVersion(int& version) {

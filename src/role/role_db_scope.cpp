@@ -57,12 +57,15 @@ RoleDBScope::State RoleDBScope::Begin(Kind kind) {
   }
   if (!enclosing->Usable()) return State::kRefused;
   writes_ = enclosing->writes_;
+  step_ = enclosing->step_;
   if (kind == kRead || kind == kQuery) return State::kJoined;
   if (!writes_) {
     LogError("a change inside a scope that only reads is refused");
     return State::kRefused;
   }
   if (kind == kAlone) return State::kJoined;
+  if (step_) return State::kPart;
+  if (kind == kStep) step_ = this;
   return handle_->ExecKept("SAVEPOINT scope") == SQLITE_OK ? State::kSavepoint : State::kRefused;
 }
 
@@ -86,7 +89,7 @@ bool RoleDBScope::IsKeptWithLocks() {
 }
 
 bool RoleDBScope::Commit() {
-  bool kept = Usable() && !environmentFailed_;
+  bool kept = Usable() && !environmentFailed_ && !broken_;
   if (kept && state_ == State::kSavepoint) kept = handle_->ExecKept("RELEASE scope") == SQLITE_OK;
   if (kept && state_ == State::kTransaction) kept = handle_->Exec("COMMIT") == SQLITE_OK || IsKeptWithLocks();
   if (!kept) {
@@ -107,6 +110,7 @@ void RoleDBScope::Rollback() {
     if (!undone) environmentFailed_ = true;
     if (!undone && state_ == State::kTransaction) handle_->Close();  // with it go the transaction and its locks
   }
+  if (state_ == State::kPart) step_->broken_ = true;
   End();
 }
 

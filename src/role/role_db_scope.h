@@ -24,7 +24,7 @@ class MAILSERVER_EXPORT RoleDBScope {
   enum Kind {
     kRead,   ///< one snapshot for all reads; inside another scope: part of it
     kWrite,  ///< BEGIN IMMEDIATE; inside another scope: a savepoint, refused if that one only reads
-    kStep,   ///< inside a scope a savepoint; otherwise nothing at all
+    kStep,   ///< inside a scope a savepoint, with all that is begun in it whole or undone; otherwise nothing at all
     kAlone,  ///< for one statement, which is whole or not by itself: kWrite without the savepoint
     kQuery,  ///< for one query, with those that run while it is open: it is their snapshot, so this begins nothing
   };
@@ -64,6 +64,7 @@ class MAILSERVER_EXPORT RoleDBScope {
     kRefused,      // no database, or BEGIN failed
     kJoined,       // part of an enclosing scope
     kSavepoint,    // undone on its own inside an enclosing scope
+    kPart,         // undone with the step that it is part of
     kTransaction,  // the outermost one on its handle
     kQuerying,     // the outermost one, of the kind kQuery
     kInactive,     // a kStep outside any scope
@@ -86,8 +87,10 @@ class MAILSERVER_EXPORT RoleDBScope {
   RoleDBHandler* const handle_;
   const unsigned int process_;
   State state_ = State::kRefused;
-  bool writes_ = false;  ///< the transaction holds the write lock
+  bool writes_ = false;          ///< the transaction holds the write lock
+  RoleDBScope* step_ = nullptr;  ///< the step that it is or is part of
   bool environmentFailed_ = false;
+  bool broken_ = false;  ///< a part of this step has failed
 };
 
 }  // namespace NIMBO::QUAYPOST_SERVER

@@ -72,6 +72,7 @@ MUTANTS = [  # what the library then does wrong, file under src/, text, its repl
     ("a refresh wipes members it cannot store", "model/delegation_group.cpp",
      "RoleDBScope step(DelegationDBHandler::GetDelegationDBHandler(), RoleDBScope::kStep);\n  std::vector<std::shared_ptr<RoleUser>> unused;",
      "RoleDBScope step(nullptr, RoleDBScope::kStep);\n  std::vector<std::shared_ptr<RoleUser>> unused;"),
+    ("a step goes on without a part that has failed", SCOPE, "step_->broken_ = true;", ";"),
     ("pages are written before the commit", HANDLE, "pragma cache_spill = off", "pragma cache_spill = 1"),
     ("it announces inside the caller's transaction", API, "RoleDBScope::Pinned(pinned) ||", ""),
     ("a change is not announced", API, 'return !assigns || Announce() || Fail("Trigger fail!!!");', "return true;"),

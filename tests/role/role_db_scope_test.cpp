@@ -106,6 +106,12 @@ TEST_F(Scope, OfABatchStoresAllOfItOrNothing) {
   RoleDBScope scope(handle_, RoleDBScope::kWrite);
   EXPECT_TRUE(StoresUser(2));
   EXPECT_NE(handle_->ExeCmds(cmds, true), 0);
+  {
+    RoleDBScope step(handle_, RoleDBScope::kStep);
+    EXPECT_TRUE(StoresUser(3));
+    EXPECT_NE(handle_->ExeCmds(cmds, true), 0);
+    EXPECT_FALSE(step.Commit()) << "of the batch only a part is done";
+  }
   EXPECT_TRUE(scope.Commit());
   EXPECT_EQ(Uids(), Rows{"2"});
 }
