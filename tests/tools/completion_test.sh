@@ -42,6 +42,8 @@ delegationctl --demo can e|eva
 delegationctl --demo can eva Webapi_Queue_Fl|Webapi_Queue_FlushAll_v1 Webapi_Queue_Flush_v1
 delegationctl --demo=WORLD assign Helpdesk --group hel|helpdesk
 delegationctl --demo=WORLD assign Helpdesk --user ann,b|ann,bob
+delegationctl can roo|
+delegationctl assign Helpdesk --group roo|root
 delegationctl create --demo Nobody --tab=queue,log_li|queue,log_list
 delegationctl tabs queu|queue
 delegationctl tabs --method Webapi_Queue_Fl|Webapi_Queue_FlushAll_v1 Webapi_Queue_Flush_v1

@@ -8,22 +8,26 @@ _delegationctl_names() {
     DELEGATION) "${tool[@]}" list -q ;;
     TAB) "$program" tabs -q ;;
     METHOD) "$program" tabs --json | grep -o 'Webapi_[A-Za-z0-9_]*' ;;
-    USER) _delegationctl_accounts passwd 1000 || "${tool[@]}" users -q ;;
-    GROUP) _delegationctl_accounts group 0 ;;
+    USER | GROUP) _delegationctl_accounts "$1" ;;
     WHEN) printf '%s\n' auto always never ;;
     FILE) compgen -f -- "$prefix" ;;
   esac 2> /dev/null
 }
 
-# The names in passwd or group whose id is not the system's. False in a demo world that has no directory yet.
+# The accounts of a demo world or of the host, which the shell itself enumerates faster than getent, without those of the
+# system: they are nobody's, and always in its file.
 _delegationctl_accounts() {
-  local -a source=(timeout 1 getent "$1")
-  case $world in
-    --demo=*) source=(cat "${world#--demo=}/$1") ;;
-    --demo) return 1 ;;
+  case $1$world in
+    USER--demo) "${tool[@]}" users -q ;;  # there is no world yet
+    USER--demo=*) cut -d: -f1 "${world#--demo=}/passwd" ;;
+    GROUP--demo=*) cut -d: -f1 "${world#--demo=}/group" ;;
+    USER) timeout 1 bash -c 'compgen -u -- "$1"' - "$prefix" | grep -vxFf <(_delegationctl_system_accounts) ;;
+    GROUP) timeout 1 bash -c 'compgen -g -- "$1"' - "$prefix" ;;
   esac
-  "${source[@]}" | PREFIX=$prefix LEAST=$2 awk -F: '
-    index($1, ENVIRON["PREFIX"]) == 1 && $3 >= ENVIRON["LEAST"] && $3 != 65534 { print $1 }'
+}
+
+_delegationctl_system_accounts() {
+  LC_ALL=C grep -E '^[^:]*:[^:]*:([0-9]{1,3}|65534):' /etc/passwd | cut -d: -f1
 }
 
 # Reads a help text: adds its options to `values`, with the kind of their value or "", and its verbs to `verbs`.
