@@ -31,27 +31,51 @@ void CarryOutWhole(const Change& change, const Judging& judge, Recorded& done) {
   }
 }
 
+// The journal, locked until something is appended to it; null with a warning when there is none.
+std::unique_ptr<Journal> BegunJournal(std::string& warning) try {
+  auto journal = std::make_unique<Journal>(Journal::CurrentPath(), Journal::kWrite);
+  journal->Begin();
+  return journal;
+} catch (const Error& error) {
+  warning = error.what();
+  return nullptr;
+}
+
+void AppendTo(Journal& journal, const Actor& actor, Entry entry, Recorded& done) try {
+  entry.refreshes = entry.refreshes && done.tried.done;
+  done.record = journal.Append(actor, entry, done.tried.before, done.tried.after, done.tried.effect);
+} catch (const Error& error) {
+  done.warning = error.what();
+}
+
 }  // namespace
 
 Recorded CarryOutRecorded(const Actor& actor, const Entry& entry, const Change& change, const Judging& judge) {
   Recorded done;
-  std::unique_ptr<Journal> journal;
-  try {
-    journal = std::make_unique<Journal>(Journal::CurrentPath(), Journal::kWrite);
-    journal->Begin();
-  } catch (const Error& error) {
-    done.warning = error.what();
-    journal.reset();
-  }
+  const std::unique_ptr<Journal> journal = BegunJournal(done.warning);
   CarryOutWhole(change, judge, done);
-  if (!journal) return done;
-  Entry stored = entry;
-  stored.refreshes = entry.refreshes && done.tried.done;
+  if (journal) AppendTo(*journal, actor, entry, done);
+  return done;
+}
+
+Recorded RecordAround(const Actor& actor, const Entry& entry, const Change& change) {
+  Recorded done;
+  const std::unique_ptr<Journal> journal = BegunJournal(done.warning);
   try {
-    done.record = journal->Append(actor, stored, done.tried.before, done.tried.after, done.tried.effect);
+    if (journal) done.tried.before = ReadState();
   } catch (const Error& error) {
     done.warning = error.what();
   }
+  done.tried.done = change(done.tried.result);
+  if (!done.warning.empty()) return done;
+  try {
+    done.tried.after = ReadState();
+  } catch (const Error& error) {
+    done.warning = error.what();
+    return done;
+  }
+  done.tried.effect = Compare(done.tried.before, done.tried.after);
+  AppendTo(*journal, actor, entry, done);
   return done;
 }
 

@@ -4,6 +4,8 @@
 ///   if (done.refusal) ...   // nothing was stored
 ///
 /// That the journal cannot be written stops no change; it is told as a warning.
+///
+/// A program that calls exported functions for somebody else has each of them recorded with RecordAround.
 #pragma once
 
 #include <functional>
@@ -31,5 +33,10 @@ using Judging = std::function<std::optional<Refusal>(const State& before, const 
 /// stored; otherwise it is stored and announced once. Throws as CarryOut, and what the change throws.
 MAILSERVER_EXPORT Recorded CarryOutRecorded(const Actor& actor, const Entry& entry, const Change& change,
                                             const Judging& judge = {});
+
+/// Runs `change` and records what it did. It stores and announces as it always does: nothing is judged or taken back,
+/// and what another program stores past the journal at the same moment counts as part of it. `announced` and
+/// `refusal` say nothing. Throws what the change throws.
+MAILSERVER_EXPORT Recorded RecordAround(const Actor& actor, const Entry& entry, const Change& change);
 
 }  // namespace NIMBO::QUAYPOST_SERVER::admin

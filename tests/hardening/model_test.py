@@ -149,6 +149,7 @@ def by_owner(rows):
 def differs(program, steps, vanish_limit):
     """The first difference, as a text that begins with the step's number; None where all agree."""
     with World(program, vanish_limit) as world:
+        world.record_nothing()
         try:
             with world.rpc() as rpc:
                 rpc.call("DelegationDelegationDefaultEntriesGet")  # it has read the accounts, which may go in the first step

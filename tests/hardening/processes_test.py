@@ -21,6 +21,7 @@ def world_of_processes(program, users, groups=(), processes=1):
     world.users = {f"u{i}": 1000 + i for i in range(users)}
     world.groups = dict(groups)
     world.write_accounts()
+    world.record_nothing()
     return stack, world, [stack.enter_context(world.rpc()) for _ in range(processes)]
 
 

@@ -127,6 +127,10 @@ class World:
         for line in lines:
             assert LOG_LINE.fullmatch(line) and len(line) <= LONGEST_LOG_LINE, f"log line {line!r}"
 
+    def record_nothing(self):
+        """A directory stands in the journal's place: what the tool keeps beside the library takes longer than it."""
+        os.mkdir(self.database + ".admin")
+
     def rpc(self):
         return Rpc(self.program, self.directory)
 

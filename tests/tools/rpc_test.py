@@ -4,9 +4,12 @@
 usage: rpc_test.py DELEGATIONCTL
 """
 import json
+import os
 import pathlib
+import shutil
 import subprocess
 import sys
+import tempfile
 import unittest
 
 sys.path.append(str(pathlib.Path(__file__).parent.parent / "hardening"))
@@ -71,6 +74,22 @@ class Rpc(unittest.TestCase):
         self.assertEqual(call("DelegationUserAllowWebapi", "nobody", "x"), {"return": -1})
         self.assertEqual(call("DelegationDelegationDelete", [3]), {"return": True})
         self.assertEqual(call("DelegationRefresh"), {"return": True})
+        records = [(record["kind"], record["action"], record["actor"] and record["actor"]["uid"], len(record["delegations"]))
+                   for record in call("admin.history", {})["out"]]
+        self.assertEqual(records, [("start", "begin of the journal", None, 2)] +
+                         [("change", action, os.getuid(), number) for action, number in
+                          (("DelegationDelegationCreate", 1), ("DelegationDelegationUpdate", 1),
+                           ("DelegationDelegationDelete", 1))])
+
+    def test_a_change_that_cannot_be_recorded_is_made(self):
+        world = tempfile.mkdtemp()
+        self.addCleanup(shutil.rmtree, world)
+        subprocess.run([PROGRAM, "--demo=" + world, "list", "-q"], stdout=subprocess.DEVNULL, check=True)
+        os.mkdir(world + "/delegation.db.admin")
+        answer = subprocess.run([PROGRAM, "--demo=" + world, "rpc"], input=request("DelegationDelegationDelete", [1]),
+                                stdout=subprocess.PIPE, check=True).stdout
+        self.assertEqual(json.loads(answer)["result"],
+                         {"return": True, "warning": f"the journal is no regular file ({world}/delegation.db.admin)"})
 
     def test_wrong_arguments_are_invalid_params(self):
         for method, params in (("DelegationDelegationList", []), ("DelegationDelegationList", [1, 2]),

@@ -86,17 +86,20 @@ Json::Value Change(Json::Value& params) {
   RequireMembersOf(params[0], {"actor", "method", "params"});
   const std::string method = Member(params[0], "method", Json::stringValue).asString();
   const Json::Value& arguments = Member(params[0], "params", Json::arrayValue);
-  const bool refreshes = method == "DelegationRefresh";
-  const bool isChange = refreshes || method == "DelegationDelegationCreate" || method == "DelegationDelegationUpdate" ||
-                        method == "DelegationDelegationUpdateImpFromSingle" || method == "DelegationDelegationDelete";
-  if (!isChange) throw Exit(errors::kBadUsage, fmt::format("{} is no function that changes something", Quoted(method)));
+  const RpcMethod* const exported = FindExported(method);
+  if (!exported || exported->kind == RpcMethod::kReads) {
+    throw Exit(errors::kBadUsage, fmt::format("{} is no function that changes something", Quoted(method)));
+  }
+  if (!Fit(arguments, *exported)) {
+    throw Exit(errors::kBadUsage, fmt::format("these are no arguments of {}", Quoted(method)));
+  }
   const admin::Actor actor = ActorOf(params[0]);
   const auto run = [&](Json::Value& told) {
-    const std::optional<Json::Value> result = CallExported(method, arguments);
-    if (!result) throw Exit(errors::kBadUsage, fmt::format("these are no arguments of {}", Quoted(method)));
-    told = *result;
+    Json::Value writable = arguments;
+    told = exported->call(writable);
     return told["return"].asBool();
   };
+  const bool refreshes = exported->kind == RpcMethod::kRefreshes;
   return Carry(actor, {method, refreshes, {}}, run, actor.given && !refreshes);
 }
 

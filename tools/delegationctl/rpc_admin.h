@@ -10,10 +10,13 @@
 namespace delegationctl {
 
 struct RpcMethod {
+  enum Kind { kReads, kChanges, kRefreshes };
+
   std::string_view name;
   std::string_view params;  // one letter for each: j any JSON, s text, u unsigned 32-bit integer
   // Gives the "result". May throw Exit and admin::Error, which become an error of the code -32000.
   Json::Value (*call)(Json::Value& params);
+  Kind kind = kReads;  // of an exported function
 };
 
 std::span<const RpcMethod> AdminMethods();

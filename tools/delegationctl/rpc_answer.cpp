@@ -5,10 +5,10 @@
 #include <string_view>
 
 #include "admin/error.h"
+#include "admin/recorded.h"
 #include "api/delegation_api.h"
 #include "errors.h"
 #include "role/role_user.h"
-#include "rpc_admin.h"
 #include "strict_json.h"
 
 namespace delegationctl {
@@ -100,14 +100,14 @@ constexpr RpcMethod kFunctions[] = {
     {"DelegationDelegationEntryAllList", "s", CallWithText<DelegationDelegationEntryAllList>},
     {"DelegationDelegationDefaultEntriesGet", "", CallDefaultEntries},
     {"DelegationDefaultDelegationEntryGet", "s", CallDefaultEntry},
-    {"DelegationDelegationCreate", "j", CallCreate},
-    {"DelegationDelegationUpdate", "j", CallWithDocument<DelegationDelegationUpdate>},
-    {"DelegationDelegationUpdateImpFromSingle", "j", CallUpdateSingle},
-    {"DelegationDelegationDelete", "j", CallWithDocument<DelegationDelegationDelete>},
+    {"DelegationDelegationCreate", "j", CallCreate, RpcMethod::kChanges},
+    {"DelegationDelegationUpdate", "j", CallWithDocument<DelegationDelegationUpdate>, RpcMethod::kChanges},
+    {"DelegationDelegationUpdateImpFromSingle", "j", CallUpdateSingle, RpcMethod::kChanges},
+    {"DelegationDelegationDelete", "j", CallWithDocument<DelegationDelegationDelete>, RpcMethod::kChanges},
     {"DelegationUserDelegationEntriesGet", "s", CallWithText<DelegationUserDelegationEntriesGet>},
     {"DelegationUserHasAllDomainDelegations", "u", CallAllDomain},
     {"DelegationUserAllowWebapi", "ss", CallAllow},
-    {"DelegationRefresh", "", CallRefresh},
+    {"DelegationRefresh", "", CallRefresh, RpcMethod::kRefreshes},
     {"DelegationUserList", "j", CallWithFilter<DelegationUserList>},
     {"DelegationUserGroupDelegationInfoList", "j", CallWithFilter<DelegationUserGroupDelegationInfoList>},
 };
@@ -116,14 +116,6 @@ bool Fits(const Json::Value& value, char kind) {
   if (kind == 's') return value.isString();
   const bool integer = value.type() == Json::intValue || value.type() == Json::uintValue;
   return kind == 'j' || (integer && value.isUInt());
-}
-
-bool Fit(const Json::Value& params, std::string_view kinds) {
-  if (!params.isArray() || params.size() != kinds.size()) return false;
-  for (Json::ArrayIndex i = 0; i < params.size(); ++i) {
-    if (!Fits(params[i], kinds[i])) return false;
-  }
-  return true;
 }
 
 Json::Value Response(const Json::Value& id) {
@@ -154,16 +146,30 @@ const RpcMethod* Find(std::span<const RpcMethod> methods, const std::string& nam
   return found == methods.end() ? nullptr : &*found;
 }
 
+// Calls an exported function; what one changes is recorded.
+Json::Value CallExported(const RpcMethod& method, Json::Value& params) {
+  if (method.kind == RpcMethod::kReads) return method.call(params);
+  const auto call = [&](Json::Value& told) {
+    told = method.call(params);
+    return told["return"].asBool();
+  };
+  const admin::Entry entry{std::string(method.name), method.kind == RpcMethod::kRefreshes, {}};
+  const admin::Recorded done = admin::RecordAround(admin::Actor::Current(), entry, call);
+  Json::Value result = done.tried.result;
+  if (!done.warning.empty()) result["warning"] = done.warning;
+  return result;
+}
+
 Json::Value Call(const Json::Value& request, const Json::Value& id) {
   const std::string name = request["method"].asString();
-  const RpcMethod* method = Find(kFunctions, name);
-  if (!method) method = Find(AdminMethods(), name);
+  const RpcMethod* const exported = FindExported(name);
+  const RpcMethod* const method = exported ? exported : Find(AdminMethods(), name);
   if (!method) return ErrorResponse(kMethodNotFound, "Method not found", id);
   Json::Value params = request.get("params", Json::arrayValue);
-  if (!Fit(params, method->params)) return ErrorResponse(kInvalidParams, "Invalid params", id);
+  if (!Fit(params, *method)) return ErrorResponse(kInvalidParams, "Invalid params", id);
   try {
     Json::Value response = Response(id);
-    response["result"] = method->call(params);
+    response["result"] = exported ? CallExported(*exported, params) : method->call(params);
     return response;
   } catch (const Exit& exit) {
     return NotDone(exit, id);
@@ -192,10 +198,14 @@ std::optional<Json::Value> Handle(const Json::Value& request) {
 
 }  // namespace
 
-std::optional<Json::Value> CallExported(const std::string& function, Json::Value params) {
-  const RpcMethod* method = Find(kFunctions, function);
-  if (!method || !Fit(params, method->params)) return std::nullopt;
-  return method->call(params);
+const RpcMethod* FindExported(const std::string& function) { return Find(kFunctions, function); }
+
+bool Fit(const Json::Value& params, const RpcMethod& method) {
+  if (!params.isArray() || params.size() != method.params.size()) return false;
+  for (Json::ArrayIndex i = 0; i < params.size(); ++i) {
+    if (!Fits(params[i], method.params[i])) return false;
+  }
+  return true;
 }
 
 Json::Value ParseErrorAnswer() { return ErrorResponse(kParseError, "Parse error"); }
