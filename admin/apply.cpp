@@ -1,10 +1,10 @@
 // Carrying out a plan.
 #include <algorithm>
 
+#include "admin/announce.h"
 #include "admin/document.h"
 #include "admin/plan.h"
 #include "api/delegation_api.h"
-#include "calculator/delegation_calculator.h"
 #include "platform/mailserver.h"
 #include "platform/nimbsdk.h"
 #include "role/role_db_scope.h"
@@ -59,10 +59,7 @@ Applied Apply(const Plan& plan) {
   const NIMBOAccountScope accounts(NIMBOAccountScope::kRemember);
   PrefetchAssignees(plan);
   if (!RunInOneTransaction(plan)) return Applied::kNo;
-  RoleDBHandler* pinned = nullptr;
-  if (plan.changes.empty() || RoleDBScope::Pinned(pinned) || DelegationCalculator().Trigger()) return Applied::kYes;
-  maillog(3, "apply.cpp:%d Trigger fail!!!", __LINE__);  // as the exported functions say it
-  return Applied::kNotAnnounced;
+  return plan.changes.empty() || Announce() ? Applied::kYes : Applied::kNotAnnounced;
 }
 
 }  // namespace NIMBO::QUAYPOST_SERVER::admin

@@ -3,7 +3,7 @@
 
 #include <memory>
 
-#include "calculator/delegation_calculator.h"
+#include "admin/announce.h"
 #include "role/role_db_scope.h"
 #include "storage/delegation_db_handler.h"
 
@@ -24,11 +24,7 @@ void CarryOutWhole(const Change& change, const Judging& judge, Recorded& done) {
     done.tried.after = done.tried.before;
     return;
   }
-  try {
-    done.announced = DelegationCalculator().Trigger();
-  } catch (...) {
-    done.announced = false;  // it is stored all the same
-  }
+  done.announced = Announce();
 }
 
 // The journal, locked until something is appended to it; null with a warning when there is none.

@@ -4,6 +4,7 @@
 #include <set>
 
 #include "admin/accounts.h"
+#include "admin/announce.h"
 #include "admin/check.h"
 #include "admin/rows.h"
 #include "admin/survey.h"
@@ -129,8 +130,7 @@ bool Repair(Json::Value& result) {
     RepairAll(handle->GetDB(), Look());
     if (!scope.Commit()) throw Error(Error::kDatabase, "the repair cannot be stored; nothing was repaired");
   }
-  RoleDBHandler* pinned = nullptr;
-  result["announced"] = RoleDBScope::Pinned(pinned) || DelegationCalculator().Trigger();
+  result["announced"] = Announce();
   return true;
 }
 

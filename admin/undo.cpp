@@ -4,8 +4,8 @@
 #include <algorithm>
 
 #include "admin/accounts.h"
+#include "admin/announce.h"
 #include "api/delegation_api.h"
-#include "calculator/delegation_calculator.h"
 #include "platform/mailserver.h"
 #include "role/role_db_scope.h"
 #include "storage/delegation_db_handler.h"
@@ -132,17 +132,13 @@ UndoPlan PlanUndo(const Journal& journal, long long number, const State& now) {
 }
 
 bool Undo(const UndoPlan& plan) {
-  RoleDBHandler* pinned = nullptr;
-  const bool isInside = RoleDBScope::Pinned(pinned);
   {
     RoleDBScope scope(DelegationDBHandler::GetDelegationDBHandler(), RoleDBScope::kWrite);
     if (!scope.Usable() || !std::all_of(plan.changes.begin(), plan.changes.end(), CarryOutOne) || !scope.Commit()) {
       return false;
     }
   }
-  if (isInside || DelegationCalculator().Trigger()) return true;
-  maillog(3, "undo.cpp:%d Trigger fail!!!", __LINE__);
-  return false;
+  return Announce();
 }
 
 }  // namespace NIMBO::QUAYPOST_SERVER::admin

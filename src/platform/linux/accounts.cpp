@@ -105,6 +105,7 @@ bool IsNamedUnsupported(const std::string& name, const Configuration& configurat
 
 /// Appends a group's members, each once.
 int AppendMembers(AccountMemory& memory, const Group& group, std::vector<std::string>& names) {
+  if (memory.ListUsers().status != NIMBO_OK) return NIMBO_LOOKUP_FAILED;  // which spares a lookup for each member
   std::unordered_set<std::string> seen;
   for (const std::string& listed : group.members) {
     const auto& account = memory.FindUser(listed);
@@ -115,7 +116,6 @@ int AppendMembers(AccountMemory& memory, const Group& group, std::vector<std::st
       LogError("group %s lists %s, which is no account: left out", group.name, listed);
     }
   }
-  if (memory.ListUsers().status != NIMBO_OK) return NIMBO_LOOKUP_FAILED;
   for (const std::string& name : memory.PrimaryMembers(group.gid)) {
     if (seen.insert(name).second) names.push_back(name);
   }
