@@ -2,21 +2,17 @@
 """Seeds faults into a delegation world, one by one and several at once: check must find each by its code and nothing on
 clean data, and repair must leave it clean, keep a copy, and give nobody what no assignment supports.
 
-usage: check_test.py DELEGATIONCTL [--failing LIBRARY] [--mixes N] [--seed N]
+usage: check_test.py DELEGATIONCTL FAILING [--mixes N] [--seed N]     FAILING is the library of ../tools/failing_platform.cpp
 """
-import argparse
-import json
 import os
 import pathlib
 import re
 import shutil
-import sqlite3
-import subprocess
 import sys
 from random import Random
 
 sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "hardening"))
-from world import CONFIGURATION, TABS, World, contents, delegation, supporters, violations
+from world import CONFIGURATION, TABS, World, contents, delegation, execute, options, supporters, violations
 
 USERS = ("ann", "bob", "carol", "dave", "eva", "frank", "grace", "henry", "iris", "jack", "kate", "liam")
 
@@ -35,20 +31,12 @@ def make(world):
 
 def rows(*statements):
     """A fault in the database."""
-    def seed(world):
-        with sqlite3.connect(world.database) as database:
-            for statement in statements:
-                database.execute(statement)
-        database.close()
-    return seed
+    return lambda world: world.execute(*statements)
 
 
 def accounts(change):
     """A fault on the host."""
-    def seed(world):
-        change(world)
-        world.write_accounts()
-    return seed
+    return lambda world: (change(world), world.write_accounts())
 
 
 def both(first, second):
@@ -60,31 +48,15 @@ def file(change):
     return lambda world: change(pathlib.Path(world.database))
 
 
-def swap(records, old, new):
-    records[new] = records.pop(old)
-
-
-def rename_group(world, old, new, gid=None):
-    number, members = world.groups.pop(old)
-    world.groups[new] = (gid or number, members)
+def foreign(path):
+    path.unlink()
+    execute(path, "create table notes(text)")
 
 
 def damage(path):
     data = bytearray(path.read_bytes())
     data[-4096 * 3:-4096] = b"\xff" * 8192
     path.write_bytes(data)
-
-
-def foreign(path):
-    path.unlink()
-    with sqlite3.connect(path) as database:
-        database.execute("create table notes(text)")
-    database.close()
-
-
-def move_behind_link(path):
-    path.rename(f"{path}.real")
-    path.symlink_to(f"{path}.real")
 
 
 LINK = "insert into user2delegation_table values"
@@ -113,8 +85,8 @@ REPAIRABLE = [
     ("user_gone", accounts(lambda world: world.users.pop("ann"))),
     ("group_gone", accounts(lambda world: world.groups.pop("post"))),
     ("group_gone", both(rows("insert into group2delegation_table values (2002, 1)"), accounts(lambda world: world.groups.pop("post")))),
-    ("user_renamed", accounts(lambda world: swap(world.users, "ann", "anna"))),
-    ("group_renamed", accounts(lambda world: rename_group(world, "post", "postmen"))),
+    ("user_renamed", accounts(lambda world: world.users.update(anna=world.users.pop("ann")))),
+    ("group_renamed", accounts(lambda world: world.groups.update(postmen=world.groups.pop("post")))),
     ("uid_reused", accounts(lambda world: world.users.update(ann=1999, mallory=1001))),
     ("gid_reused", accounts(lambda world: world.groups.update(post=(2999, ["eva"]), rabble=(2002, ["frank"])))),
     ("members_stale", accounts(lambda world: world.groups["desk"][1].remove("bob"))),
@@ -123,7 +95,7 @@ REPAIRABLE = [
 # What only people can mend: code, exit status, fault.
 BY_HAND = [
     ("database_missing", 1, file(pathlib.Path.unlink)),
-    ("not_a_regular_file", 1, file(move_behind_link)),
+    ("not_a_regular_file", 1, file(lambda path: path.symlink_to(path.rename(f"{path}.real")))),
     ("database_writable", 1, file(lambda path: path.chmod(0o666))),
     ("database_mode", 1, file(lambda path: path.chmod(0o644))),
     ("directory_writable", 1, file(lambda path: path.parent.chmod(0o777))),
@@ -165,8 +137,8 @@ ALONG = {"id_out_of_range": {"user_gone", "group_gone"}, "foreign_database": {"d
 
 
 class Check:
-    def __init__(self, options):
-        self.options = options
+    def __init__(self, failing):
+        self.failing = failing
         self.failures = 0
 
     def expect(self, holds, *what):
@@ -174,43 +146,75 @@ class Check:
             self.failures += 1
             print("FAILED", *what, flush=True)
 
-    def run(self, world, *arguments, **environment):
-        done = subprocess.run([self.options.program, f"--demo={world.directory}", "--json", "check", *arguments],
-                              stdin=subprocess.DEVNULL, capture_output=True, env={**os.environ, **environment}, timeout=120)
-        return done.returncode, json.loads(done.stdout)
-
     def codes(self, world, *arguments, **environment):
-        status, answer = self.run(world, *arguments, **environment)
+        status, answer = world.run("check", *arguments, **environment)
         return status, {finding["code"] for finding in answer.get("findings", [])}
-
-    def clean(self, world):
-        self.expect(self.codes(world) == (0, set()), "clean data", self.run(world))
 
     def found(self, name, world, status, wanted, allowed):
         got, codes = self.codes(world)
         self.expect(got == status and wanted <= codes <= wanted | allowed, name, "exit", got, "found", codes, "wanted", wanted)
 
     def repaired(self, name, world):
-        before, (_, found) = contents(world.database), self.codes(world)
-        image = pathlib.Path(world.database).read_bytes()
+        before, (_, found), image = contents(world.database), self.codes(world), bytes_of(world)
         status, codes = self.codes(world, "--repair", "--dry-run")
-        self.expect(status == 0 and pathlib.Path(world.database).read_bytes() == image, name, "dry run", status, codes)
-        self.expect(self.run(world, "--repair")[1]["error"]["code"] == "unconfirmed", name, "repairs without asking")
-        status, answer = self.run(world, "--repair", "--yes")
+        self.expect(status == 0 and bytes_of(world) == image, name, "dry run", status, codes)
+        self.expect(world.run("check", "--repair")[1]["error"]["code"] == "unconfirmed", name, "repairs without asking")
+        status, answer = world.run("check", "--repair", "--yes")
         self.expect(status == 0 and answer["healthy"], name, "repair", status, answer)
         self.expect(contents(world.database + ".before-repair") == before, name, "the copy is not the file as it was")
         self.expect(self.codes(world)[0] == 0 and violations(world.database) == [], name, "still", violations(world.database))
-        self.no_more(name, found, before, contents(world.database))
-
-    def no_more(self, name, found, before, after):
-        """Nobody is given anything: assignments and tabs only go, what is in effect is supported."""
+        after = contents(world.database)  # nobody is given anything: assignments and tabs only go, what is in effect is supported
         for kind in ("user", "group"):
             if not found & {kind + "_renamed", "name_missing"}:
                 self.expect(held(after, kind) <= held(before, kind), name, f"a {kind} is given something")
-        on, off = tabs(before, True), tabs(before, False)
-        self.expect(tabs(after, True) <= on - off, name, "new tabs")
+        self.expect(tabs(after, True) <= tabs(before, True) - tabs(before, False), name, "new tabs")
         for uid, idx in after["user2delegation_real_table"]:
             self.expect(idx in supporters(after, uid), name, f"user {uid} has {idx} without support")
+
+    def left_alone(self, name, world, status):
+        """What only people can mend is found, but neither the check nor a repair touches the file."""
+        image = bytes_of(world)
+        self.found(name, world, status, {name}, ALONG.get(name, set()))
+        offered = [finding["code"] for finding in world.run("check")[1]["findings"] if finding["repairable"]]
+        world.run("check", "--repair", "--yes")
+        self.expect(offered == [] and bytes_of(world) == image, name, "repair is offered of", offered, "or has changed the file")
+
+    def catalogue(self):
+        """Every code that there is, and nothing else, is seeded here and told in the manual."""
+        root = pathlib.Path(__file__).resolve().parents[2]
+        every = set(re.findall(r'Kind k\w+\{\s*"(\w+)"', (root / "admin/findings.h").read_text()))
+        seeded_codes = {code for code, *_ in REPAIRABLE + BY_HAND} | {"cluster", "lookup_failed"}
+        self.expect(every == seeded_codes, "not in the catalogue, or no finding:", every ^ seeded_codes)
+        manual = (root / "docs/delegationctl.1.scd").read_text()
+        self.expect(all(f"*{code}* (" in manual for code in every), "a code is not in the manual page")
+
+    def mix(self, base, random):
+        """Several faults at once: they are found, and one repair mends them all."""
+        faults = {about(code): (code, seed) for code, seed in random.sample(REPAIRABLE, random.randint(2, 6))}
+        codes = {code for code, _ in faults.values()}
+        with Fresh(base) as world:
+            for _, seed in faults.values():
+                seed(world)
+            status, found = self.codes(world)
+            self.expect(status == 1 and found & codes, "mix", codes, "found", found)
+            self.repaired(f"mix {sorted(codes)}", world)
+
+    def silent_host(self, base):
+        """While lookups fail, repair mends what is stored and takes nobody for gone."""
+        for fail, status, code in (("announce", 1, "cluster"), ("accounts", 3, "lookup_failed")):
+            got = self.codes(base, LD_PRELOAD=self.failing, FAIL=fail)
+            self.expect(got == (status, {code}), fail, "fails:", got)
+        with Fresh(base) as world:
+            rows("update user2delegation_real_table set delegationidx = 3 where uid = 1002")(world)
+            accounts(lambda world: world.users.pop("ann"))(world)
+            before = contents(world.database)["user_table"]
+            status, codes = self.codes(world, "--repair", "--yes", LD_PRELOAD=self.failing, FAIL="accounts")
+            self.expect(status == 3 and codes == {"lookup_failed"}, "silent host", status, codes)
+            self.expect(contents(world.database)["user_table"] == before and violations(world.database) == [], "silent host")
+
+
+def bytes_of(world):
+    return pathlib.Path(world.database).read_bytes() if os.path.isfile(world.database) else None
 
 
 def held(rows, kind):
@@ -241,66 +245,14 @@ def about(code):
     return {"gid": "group", "uid": "user"}.get(code.split("_")[0], code.split("_")[0])
 
 
-def mix(check, base, random):
-    """Several faults at once: they are found, and one repair mends them all."""
-    faults = {about(code): (code, seed) for code, seed in random.sample(REPAIRABLE, random.randint(2, 6))}
-    codes = {code for code, _ in faults.values()}
-    with Fresh(base) as world:
-        for _, seed in faults.values():
-            seed(world)
-        status, found = check.codes(world)
-        check.expect(status == 1 and found & codes, "mix", codes, "found", found)
-        check.repaired(f"mix {sorted(codes)}", world)
-
-
-def silent_host(check, base, library):
-    """While lookups fail, repair mends what is stored and takes nobody for gone."""
-    with Fresh(base) as world:
-        rows("update user2delegation_real_table set delegationidx = 3 where uid = 1002")(world)
-        accounts(lambda world: world.users.pop("ann"))(world)
-        before = contents(world.database)
-        status, codes = check.codes(world, "--repair", "--yes", LD_PRELOAD=library, FAIL="accounts")
-        after = contents(world.database)
-        check.expect(status == 3 and codes == {"lookup_failed"}, "silent host", status, codes)
-        check.expect(after["user_table"] == before["user_table"] and violations(world.database) == [], "silent host", after)
-
-
-def random_world(check, program, random):
-    """Whatever the library itself makes is healthy; what was meant is only noted."""
-    with World(program) as world:
-        world.users.update({f"u{i}": 1000 + i for i in range(30)})
-        names = list(world.users)
-        world.groups["administrators"] = (2000, names[:1])
-        world.groups.update({f"g{i}": (2001 + i, random.sample(names, random.randint(0, 8))) for i in range(6)})
-        world.write_accounts()
-        with world.rpc() as rpc:
-            for i in range(random.randint(1, 8)):
-                whom = [f"user {name}" for name in random.sample(names, random.randint(0, 4))]
-                whom += [f"group g{number}" for number in random.sample(range(6), random.randint(0, 3))]
-                tabs = set(random.sample(TABS, random.randint(0, 6)))
-                assert rpc.call("DelegationDelegationCreate", delegation(f"d{i}", random.randint(0, 4), tabs, whom))[0]
-        status, answer = check.run(world)
-        check.expect(status == 0 and {finding["severity"] for finding in answer["findings"]} <= {"note"}, answer)
-
-
 def main():
-    parser = argparse.ArgumentParser()
-    parser.add_argument("program")
-    parser.add_argument("--failing")
-    parser.add_argument("--mixes", type=int, default=4)
-    parser.add_argument("--seed", type=int, default=1)
-    options = parser.parse_args()
-    print(f"seed {options.seed}", flush=True)
-    check, random = Check(options), Random(options.seed)
-    root = pathlib.Path(__file__).resolve().parents[2]
-    every = set(re.findall(r'Kind k\w+\{\s*"(\w+)"', (root / "admin/findings.h").read_text()))
-    seeded_codes = {code for code, *_ in REPAIRABLE + BY_HAND} | {"cluster", "lookup_failed"}
-    check.expect(every == seeded_codes, "not in the catalogue, or no finding:", every ^ seeded_codes)
-    manual = (root / "docs/delegationctl.1.scd").read_text()
-    check.expect(all(f"*{code}* (" in manual for code in every), "a code is not in the manual page")
-    with World(options.program) as base:
+    failing = sys.argv.pop(2)
+    chosen = options(mixes=6, seed=1)
+    check, random = Check(failing), Random(chosen.seed)
+    check.catalogue()
+    with World(chosen.program) as base:
         make(base)
-        check.clean(base)
+        check.found("clean data", base, 0, set(), set())
         for code, seed in REPAIRABLE:
             with Fresh(base) as world:
                 seed(world)
@@ -309,21 +261,10 @@ def main():
         for code, status, seed in BY_HAND:
             with Fresh(base, vanish_limit=50) as world:
                 seed(world)
-                image = pathlib.Path(world.database).read_bytes() if os.path.isfile(world.database) else None
-                check.found(code, world, status, {code}, ALONG.get(code, set()))
-                check.expect(image is None or pathlib.Path(world.database).read_bytes() == image, code, "check has changed the file")
-                offered = [finding["code"] for finding in check.run(world)[1]["findings"] if finding["repairable"]]
-                check.expect(offered == [], code, "repair is offered of", offered)
-                check.run(world, "--repair", "--yes")
-                check.expect(image is None or pathlib.Path(world.database).read_bytes() == image, code, "repair has changed the file")
-        if options.failing:
-            for fail, status, code in (("announce", 1, "cluster"), ("accounts", 3, "lookup_failed")):
-                got = check.codes(base, LD_PRELOAD=options.failing, FAIL=fail)
-                check.expect(got == (status, {code}), fail, "fails:", got)
-            silent_host(check, base, options.failing)
-        for _ in range(options.mixes):
-            mix(check, base, random)
-            random_world(check, options.program, random)
+                check.left_alone(code, world, status)
+        check.silent_host(base)
+        for _ in range(chosen.mixes):
+            check.mix(base, random)
     print("failures:", check.failures)
     return 1 if check.failures else 0
 

@@ -7,16 +7,15 @@ twin's if the change was acknowledged, must keep its rules, and the next process
 usage: crash_test.py DELEGATIONCTL [--kills N] [--seed S]
 """
 import os
+import pathlib
 import random
 import shutil
 import sys
 import time
 
-from world import TABS, World, contents, delegation, options, violations
+from world import CREATE, DELETE, REFRESH, UPDATE, World, contents, make_hosts, options, random_change, violations
 
-USERS = [f"u{i}" for i in range(12)]
-GROUPS = [f"g{i}" for i in range(4)]
-READ = ("DelegationUserAllowWebapi", "u0", "Webapi_Queue_Flush_v1")
+READ = ("DelegationUserAllowWebapi", "user0", "Webapi_Queue_Flush_v1")
 
 
 class Crash:
@@ -26,39 +25,19 @@ class Crash:
         self.counts = {"before": 0, "after": 0, "acknowledged": 0, "in the middle of a commit": 0}
         self.duration = {}  # of each kind of change, in seconds
 
-    def change_host(self):
-        """Who is a member, and now and then who exists at all, so that a refresh has something to do."""
-        rest = ["u0", *self.random.sample(USERS[1:], 9)]
-        for world in (self.world, self.twin):
-            world.users = {name: 1000 + USERS.index(name) for name in rest}
-        self.world.groups = self.twin.groups = {
-            name: (200 + i, self.random.sample(rest, 4)) for i, name in enumerate(GROUPS)}
-        self.world.write_accounts()
-        self.twin.write_accounts()
-
-    def change(self):
-        ids = [row[0] for row in contents(self.world.database)["delegation_table"]] if os.path.exists(self.world.database) else []
-        choose, assignees = self.random, [f"group {self.random.choice(GROUPS)}"]
-        assignees += [f"user {name}" for name in choose.sample(sorted(self.world.users), 3)]
-        document = delegation(f"D{choose.randrange(1000)}", choose.randrange(5), set(choose.sample(TABS, 5)), assignees)
-        if len(ids) < 2:
-            return ("DelegationDelegationCreate", document)
-        return choose.choice([
-            ("DelegationDelegationCreate", document),
-            ("DelegationDelegationUpdate", [{**document, "id": idx} for idx in choose.sample(ids, 2)]),
-            ("DelegationDelegationDelete", choose.sample(ids, 2)),
-            ("DelegationRefresh",)])
-
     def kill_once(self, first_open):
         world, twin = self.world, self.twin
-        self.change_host()
+        members = self.random.random()
+        for host in (world, twin):
+            make_hosts(host, random.Random(members))  # so that a refresh has something to do
         if first_open:
             for path in (world.database, twin.database):
-                for name in (path, path + "-journal", path + ".lock"):
-                    if os.path.exists(name):
-                        os.remove(name)
-        change = self.change()
-        before = None if first_open else contents(world.database)
+                for suffix in ("", "-journal", ".lock"):
+                    pathlib.Path(path + suffix).unlink(missing_ok=True)
+        before = contents(world.database) if os.path.exists(world.database) else None
+        ids = [row[0] for row in before["delegation_table"]] if before else []
+        method, params = random_change(self.random, ids, (CREATE, UPDATE, DELETE, REFRESH))
+        change = (method, *params)
         with twin.rpc() as rpc:
             rpc.call("DelegationDelegationDefaultEntriesGet")
             start = time.monotonic()

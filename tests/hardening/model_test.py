@@ -15,10 +15,8 @@ import sqlite3
 import sys
 
 from model import Model
-from world import HOSTILE, TABS, World, delegation, options, violations
+from world import CREATE, DELETE, HOSTILE, REFRESH, SINGLE, TABS, UPDATE, World, delegation, options, violations
 
-CREATE, UPDATE, UPDATE_ALONE, DELETE, REFRESH = ("DelegationDelegationCreate DelegationDelegationUpdate "
-    "DelegationDelegationUpdateImpFromSingle DelegationDelegationDelete DelegationRefresh").split()
 HOST = "host"  # a step that changes the accounts: {"users": {NAME: uid}, "groups": {NAME: (gid, members)}, "down": SOURCE}
 ASSIGNEES = [{"type": "user", "name": "nobody"}, {"type": "group", "name": "nothing"}, {"type": "robot", "name": "ann"},
              {"type": "user", "name": "ann\0"}, {"type": "user", "name": 5}, {"type": "group"}, {"name": "ann"}, 5, [],
@@ -28,7 +26,7 @@ DATA = [[], {}, ["true"], 5000000000, 2**64 - 1, "x" * 2000, "x" * 1960, "true\0
 MISTAKES = ([("name", value) for value in ("", 5, None, "a\0b", "é" * 1000, "'" * 973, *("n" * n for n in range(1943, 1950)))] +
             [("color", value) for value in (5, "\0", "", "c" * 3000)] +
             [("priority", value) for value in (2**63, [], {}, 2**31, -2**31 - 1, 2**31 - 1, -2**31, "10", True, 5.5, None)] +
-            [("id", value) for value in (99, 0, -1, -2, "1", True, 2**31)] +
+            [("id", value) for value in (99, 0, -1, -2, "1", True, 2**31, 2**63, 2**64 - 1)] +
             [("user_group", value) for value in ({}, None, "ann", True)])
 
 
@@ -76,14 +74,14 @@ class Sequence:
         spoiled = documents[:at] + [self.spoiled(documents[at])] + documents[at + 1:]
         if len(documents) > 1:
             return self.tried(UPDATE, documents, spoiled)
-        return self.tried(self.random.choice([UPDATE, UPDATE, UPDATE_ALONE]), documents[0], spoiled[0])
+        return self.tried(self.random.choice([UPDATE, UPDATE, SINGLE]), documents[0], spoiled[0])
 
     def tried(self, method, good, bad):
         return [(method, argument) for argument in self.random.choice([[good], [good], [bad], [bad, good]])]
 
     def delete(self):
         known = list(self.model.delegations)[-3:] if len(self.model.delegations) > 5 else self.some(self.model.delegations)[:2]
-        return [(DELETE, self.random.choice([known] * 6 + [known + [wrong] for wrong in (99, 0, "1", True, 2**31)] + [None, "1"]))]
+        return [(DELETE, self.random.choice([known] * 6 + [known + [wrong] for wrong in (99, 0, "1", True, 2**31, 2**64 - 1)] + [None, "1"]))]
 
     def outage(self):
         steps = [(HOST, {"down": self.random.choice(["passwd", "group"])})]

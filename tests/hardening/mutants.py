@@ -107,7 +107,7 @@ class Copy:
     def __init__(self, tree, work):
         self.tree, self.build = work + "/tree", work + "/build"
         os.makedirs(self.tree, exist_ok=True)
-        subprocess.run(["rsync", "-a", "--delete", "--checksum", "--exclude=/build", "--exclude=/.git", tree + "/", self.tree], check=True)
+        subprocess.run(["rsync", "-rlp", "--delete", "--checksum", "--exclude=/build", "--exclude=/.git", tree + "/", self.tree], check=True)
         subprocess.run(["cmake", "-S", self.tree, "-B", self.build, "-G", "Ninja", "-DCMAKE_BUILD_TYPE=Debug"],
                        check=True, stdout=subprocess.DEVNULL)
         program = self.build + "/tools/delegationctl/delegationctl"

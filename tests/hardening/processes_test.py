@@ -42,9 +42,8 @@ def changes(p, number, operations, own):
         elif i % 6 == 2 and len(own) > 4:
             yield "DelegationDelegationDelete", [own.pop(0)]
         else:
-            yield [("DelegationDelegationCreate", document), ("DelegationDelegationCreate", document),
-                   ("DelegationDelegationCreate", document), ("DelegationRefresh",), ("DelegationDelegationList", None),
-                   ("DelegationUserAllowWebapi", f"u{i % 20}", FLUSH)][i % 6]
+            yield {3: ("DelegationRefresh",), 4: ("DelegationDelegationList", None),
+                   5: ("DelegationUserAllowWebapi", f"u{i % 20}", FLUSH)}.get(i % 6, ("DelegationDelegationCreate", document))
 
 
 def mixed_changes(program, processes=8, rounds=10, operations=50):
@@ -133,25 +132,29 @@ def nothing_stale(program, checks=100000, readers=4, each=25):
 def files_change(program):
     """The file is moved away, comes back, and is replaced by another, under processes that have it open."""
     stack, world, (first, second) = world_of_processes(program, 4, (), 2)
-    check = ("DelegationUserAllowWebapi", "u1", FLUSH)
+
+    def expect(*answers):
+        for rpc in (first, second):
+            assert rpc.call("DelegationUserAllowWebapi", "u1", FLUSH)[0] in answers, answers
+
     with stack:
         assert first.call("DelegationDelegationCreate", delegation("Desk", 1, {"queue"}, ["user u1"]))[0]
-        assert [rpc.call(*check)[0] for rpc in (first, second)] == [ALLOWED, ALLOWED]
+        expect(ALLOWED)
         shutil.copy(world.database, world.database + ".old")
         os.rename(world.database, world.database + ".moved")
+        expect(NOT_ALLOWED, ERROR)
         for rpc in (first, second):
-            assert rpc.call(*check)[0] in (NOT_ALLOWED, ERROR)
             assert rpc.call("DelegationDelegationCreate", delegation("New", 1, set()))[0] is False
             assert rpc.call("DelegationRefresh")[0] is False
         assert not os.path.exists(world.database), "the missing file was made anew"
         os.rename(world.database + ".moved", world.database)
-        assert [rpc.call(*check)[0] for rpc in (first, second)] == [ALLOWED, ALLOWED]
+        expect(ALLOWED)
         assert first.call("DelegationDelegationDelete", [1])[0]
-        assert [rpc.call(*check)[0] for rpc in (first, second)] == [NOT_ALLOWED, NOT_ALLOWED]
+        expect(NOT_ALLOWED)
         os.rename(world.database + ".old", world.database)
-        assert [rpc.call(*check)[0] for rpc in (first, second)] == [ALLOWED, ALLOWED]
+        expect(ALLOWED)
         assert second.call("DelegationDelegationUpdate", delegation("Desk", 1, set(), id=1))[0]
-        assert [rpc.call(*check)[0] for rpc in (first, second)] == [NOT_ALLOWED, NOT_ALLOWED]
+        expect(NOT_ALLOWED)
         assert not violations(world.database), violations(world.database)
     print("the file moved, missing, back and replaced under open handles: answered by the file that is there")
 

@@ -11,6 +11,7 @@
 import argparse
 import json
 import os
+import pathlib
 import re
 import shlex
 import shutil
@@ -27,8 +28,14 @@ HOSTILE = ["'", "''", '"', "%", "%s%n%s%n%999999d", "%q", "\\", "\\x41", "a\nb",
          "\u009b31m", "\u202eb", "東\U0001F600", "x'); drop table user_table; --", "-1", "true ", "", "a\0b", "\0", "\ufffe"]
 LENGTHS = [1900, *range(1955, 1990, 6), *range(2040, 2061, 5), 100000]  # in bytes, around those at which a statement is cut
 HOSTILE += [(unit * length).encode()[:length].decode(errors="ignore") for length in LENGTHS for unit in ("n", "é'")]
+BROKEN = re.search(r'kBroken = R"\((.*?)\)";', (pathlib.Path(__file__).parent.parent / "support/invariants.h").read_text(), re.S)[1]
 LOG_LINE = re.compile(rb"\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d[+-]\d{4} [a-z0-9_]+\.(cpp|h):\d+ [^\x00-\x1f\x7f]*")
 LONGEST_LOG_LINE = 2047 + 64
+USERS = [f"user{i}" for i in range(8)]
+GROUPS = [f"group{i}" for i in range(4)]
+CREATE, UPDATE, SINGLE, DELETE, REFRESH = ("DelegationDelegationCreate", "DelegationDelegationUpdate",
+                                           "DelegationDelegationUpdateImpFromSingle", "DelegationDelegationDelete",
+                                           "DelegationRefresh")
 CONFIGURATION = """[delegation]
 database = {0}/delegation.db
 [accounts]
@@ -45,6 +52,34 @@ def delegation(name, priority, tabs, assignees=None, **members):
     if assignees is not None:
         document["user_group"] = [dict(zip(("type", "name"), assignee.split(" "))) for assignee in assignees]
     return {**document, **members}
+
+
+def make_hosts(world, rng):
+    """The accounts that random changes are about, with new members in every group."""
+    world.users.update({name: 1001 + i for i, name in enumerate(USERS)}, root=0)
+    world.groups["administrators"] = (2000, ["root"])
+    for i, name in enumerate(GROUPS):
+        world.groups[name] = (2001 + i, rng.sample(USERS, rng.randrange(4)))
+    world.write_accounts()
+
+
+def random_document(rng, **members):
+    assignees = [f"user {name}" for name in rng.sample(USERS, rng.randrange(3))]
+    assignees += [f"group {name}" for name in rng.sample(GROUPS, rng.randrange(3))]
+    name = "".join(rng.choice("abc'\"é\\ ") for _ in range(3)) + str(rng.randrange(10**6))
+    return delegation(name, rng.randrange(-5, 100), set(rng.sample(TABS, rng.randrange(5))),
+                      assignees if rng.random() < 0.7 else None, **members)
+
+
+def random_change(rng, ids, kinds=(CREATE, CREATE, UPDATE, UPDATE, SINGLE, DELETE, REFRESH)):
+    """(METHOD, PARAMS); `ids` are those of the stored delegations."""
+    kind = rng.choice(kinds)
+    if kind in (CREATE, REFRESH) or not ids:
+        return (REFRESH, []) if kind == REFRESH else (CREATE, [random_document(rng)])
+    if kind == DELETE:
+        return DELETE, [rng.sample(ids, rng.randrange(1, min(len(ids), 2) + 1))]
+    documents = [random_document(rng, id=chosen) for chosen in rng.sample(ids, 1 if kind == SINGLE else min(len(ids), 2))]
+    return kind, [documents[0] if kind == SINGLE else documents]
 
 
 class Rpc:
@@ -92,6 +127,13 @@ class Rpc:
     def call(self, method, *params):
         return self.batch([(method, *params)])[0]
 
+    def ask(self, method, *params):
+        """The whole "result", or the code of the error."""
+        self.process.stdin.write(json.dumps({"jsonrpc": "2.0", "id": 1, "method": method, "params": params}).encode() + b"\n")
+        self.process.stdin.flush()
+        answer = json.loads(self.process.stdout.readline())
+        return answer["result"] if "result" in answer else answer["error"]["data"]["code"]
+
 
 class World:
     def __init__(self, program, vanish_limit=100):
@@ -134,6 +176,23 @@ class World:
     def rpc(self):
         return Rpc(self.program, self.directory)
 
+    def run(self, *arguments, stdin="", **environment):
+        """The exit status and the JSON of a verb."""
+        done = subprocess.run([*shlex.split(self.program), f"--demo={self.directory}", "--json", *arguments], input=stdin, text=True,
+                              capture_output=True, env={**os.environ, **environment}, timeout=120)
+        return done.returncode, json.loads(done.stdout)
+
+    def execute(self, *statements):
+        """Statements, each a text or a (text, values), past the library."""
+        execute(self.database, *statements)
+
+
+def execute(path, *statements):
+    with sqlite3.connect(path) as database:
+        for statement in statements:
+            database.execute(*([statement] if isinstance(statement, str) else statement))
+    database.close()
+
 
 def contents(path):
     """Every table's rows in row order."""
@@ -158,48 +217,20 @@ def winner(rows, uid):
 
 
 def violations(path, settled=True):
-    """What the stored rows break, as texts. Not `settled`: behind a change that ended half-way for bad input, where people
-    may be short of what they are due, but nobody has what no assignment supports."""
+    """What the stored rows break. Not `settled`: behind a change that ended half-way for bad input, where people may be
+    short of what they are due, but nobody has what no assignment supports."""
     with sqlite3.connect(f"file:{path}?mode=ro", uri=True) as database:
-        integrity = [text for text, in database.execute("pragma integrity_check")]
-        version, = database.execute("pragma user_version").fetchone()
+        found = database.execute(BROKEN).fetchall()
+        found += [text for text, in database.execute("pragma integrity_check") if text != "ok"]
     database.close()
-    rows = contents(path)
-    users = {uid for uid, _ in rows["user_table"]}
-    groups = {gid for gid, _ in rows["group_table"]}
-    delegations = {idx for idx, *_ in rows["delegation_table"]}
-    entries = {idx: (kind, data) for idx, kind, data in rows["delegation_entry_table"]}
-    found = [] if integrity == ["ok"] else [f"integrity: {integrity}"]
-
-    def expect(holds, what):
-        if not holds:
-            found.append(what)
-
-    expect(version == 1, f"version {version}")
-    for uid, idx in rows["user2delegation_table"]:
-        expect(uid in users and idx in delegations, f"link user {uid} to {idx} without parents")
-    for gid, idx in rows["group2delegation_table"]:  # a group that left keeps its links to all but its highest delegation
-        expect(idx in delegations, f"link group {gid} to {idx} without its delegation")
-    for uid, gid in rows["user2group_table"]:
-        expect(uid in users and gid in groups, f"member {uid} of {gid} without parents")
-    for idx, entry in rows["delegation2delegation_entry_table"]:
-        expect(idx in delegations and entry in entries, f"link {idx} to entry {entry} without parents")
-    for idx in delegations:
-        kinds = sorted(entries[entry][0] for owner, entry in rows["delegation2delegation_entry_table"]
-                       if owner == idx and entry in entries)
-        expect(len(set(kinds)) == len(kinds), f"delegation {idx} has a type twice")
-        expect(not settled or kinds == sorted(TABS), f"delegation {idx} lacks a type or has an unknown one")
-    expect(len(set(entries.values())) == len(entries), "an entry is stored twice")
-    for idx in [*delegations, *entries]:
-        expect(0 < idx < 2**31, f"index {idx} is out of range")
-    effective = dict(rows["user2delegation_real_table"])
-    for uid in effective:
-        expect(uid in users, f"user {uid} is unknown and has {effective[uid]}")
-    for uid in users:
-        held, due = effective.get(uid), winner(rows, uid)
-        supported = held is None or held in supporters(rows, uid)
-        expect(supported, f"user {uid} has {held}, which nothing supports")
-        expect(not settled or held == due, f"user {uid} has {held} and is due {due}")
+    if settled:
+        rows = contents(path)
+        effective, kinds = dict(rows["user2delegation_real_table"]), {idx: kind for idx, kind, _ in rows["delegation_entry_table"]}
+        dues = {uid: winner(rows, uid) for uid, _ in rows["user_table"]}
+        found += [f"user {uid} has {effective.get(uid)} and is due {due}" for uid, due in dues.items() if effective.get(uid) != due]
+        for idx, *_ in rows["delegation_table"]:
+            if sorted(kinds[entry] for owner, entry in rows["delegation2delegation_entry_table"] if owner == idx) != sorted(TABS):
+                found.append(f"delegation {idx} lacks a type or has an unknown one")
     return found
 
 

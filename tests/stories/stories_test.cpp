@@ -3,9 +3,8 @@
 // A step may hold, in this order of effect:
 //   "host"      sentences about the host ("add_user ann 1001", "fail UserGetByUID"; see TellHost)
 //   "sql"       a statement that somebody else runs on the database
-//   "create", "update", "delete", "refresh", "list", "infos", "users", "values", "default" or "defaults": one call of
-//   the API (see
-//               Call) with this document; those of delegations are in the short form of support/documents.h
+//   "create", "update", "delete", "refresh", "list", "infos", "users" or "values": one call of the API (see Call) with
+//               this document; those of delegations are in the short form of support/documents.h
 //   "returns"   its result; by default true
 //   "log"       texts that it logs, in this order, others between them; without it, a call that returns true logs none
 //   "announced" how often it announces the database; none if it returns false
@@ -63,11 +62,10 @@ std::vector<std::string> Texts(const Json::Value& list) {
 void TellHost(const std::string& sentence) {
   FakeHost& host = FakeHost::Instance();
   std::istringstream words(sentence);
-  std::string verb, name, other;
+  std::string verb, name;
   unsigned int id = 0;
   words >> verb >> name;
   if (verb == "add_user" || verb == "add_group") words >> id;
-  if (verb == "rename_user") words >> other;
   const std::vector<std::string> members{std::istream_iterator<std::string>(words), {}};
 
   static const std::map<std::string, FakeHost::Function> kFunctions{{"UserGetByUID", FakeHost::kUserGetByUID},
@@ -79,16 +77,8 @@ void TellHost(const std::string& sentence) {
       {"add_user", [&] { host.AddUser(name, id); }},
       {"add_group", [&] { host.AddGroup(name, id, members); }},
       {"set_members", [&] { host.SetMembers(name, members); }},
-      {"rename_user", [&] { host.RenameUser(name, other); }},
       {"remove_user", [&] { host.RemoveUser(name); }},
-      {"remove_group", [&] { host.RemoveGroup(name); }},
       {"administrator", [&] { host.AddGroup("administrators", 90, {name}); }},
-      {"vanish_limit", [&] { host.configuration.vanish_limit = std::stoi(name); }},
-      {"no_database",
-       [&] {
-         DelegationDBHandler::CloseDelegationDBHandler();
-         host.configuration.database.clear();
-       }},
       {"fail", [&] { host.Fail(kFunctions.at(name), NIMBO_LOOKUP_FAILED); }},
       {"recover", [&] { host.Recover(); }}};
   verbs.at(verb)();
@@ -107,14 +97,7 @@ bool Call(const Json::Value& step, Json::Value& out) {
   if (step.isMember("infos")) return DelegationUserGroupDelegationInfoList(step["infos"], out);
   if (step.isMember("users")) return DelegationUserList(step["users"], out);
   if (step.isMember("values")) return DelegationDelegationEntryAllList(step["values"].asString(), out);
-  if (step.isMember("defaults")) return DelegationDelegationDefaultEntriesGet(out);
   if (step.isMember("refresh")) return DelegationRefresh();
-  if (step.isMember("default")) {
-    std::string data = "nothing";
-    const bool found = DelegationDefaultDelegationEntryGet(step["default"].asString(), data);
-    out = data;
-    return found;
-  }
   if (step.isMember("delete")) {
     Json::Value ids = step["delete"];
     return DelegationDelegationDelete(ids);
@@ -176,7 +159,7 @@ TEST_P(StoryTest, ComesOutAsTold) {
       EXPECT_EQ(host.announcements.size() - announced, step.get("announced", 0).asUInt());
     }
     if (step.isMember("gives")) {
-      const bool delegations = step.isMember("list") || step.isMember("infos") || step.isMember("defaults");
+      const bool delegations = step.isMember("list") || step.isMember("infos");
       const Json::Value expected = delegations ? Expanded(step["gives"]) : step["gives"];
       EXPECT_EQ(out.toStyledString(), expected.toStyledString());
     }

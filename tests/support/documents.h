@@ -19,8 +19,7 @@ inline Json::Value Parsed(const std::string& text) {
 }
 
 /// A complete change document: color "blue", priority 10, the tabs of "tabs" are "true" and all others "false", "to"
-/// becomes "user_group". Other members are taken as they are; those of "without" are left out. What is no object is
-/// left as it is.
+/// becomes "user_group". Other members are taken as they are. What is no object is left as it is.
 inline Json::Value Change(const Json::Value& brief) {
   if (!brief.isObject()) return brief;
   std::vector<std::string> types;
@@ -32,9 +31,7 @@ inline Json::Value Change(const Json::Value& brief) {
   for (const std::string& member : brief.getMemberNames()) change[member] = brief[member];
   change.removeMember("tabs");
   change.removeMember("to");
-  change.removeMember("without");
   for (const Json::Value& tab : brief["tabs"]) change[tab.asString()] = "true";
-  for (const Json::Value& member : brief["without"]) change.removeMember(member.asString());
   if (brief.isMember("to")) change["user_group"] = Json::arrayValue;
   for (const Json::Value& assignee : brief["to"]) {
     Json::Value item;

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdarg>
 #include <cstdio>
-#include <numeric>
 #include <stdexcept>
 
 #include "platform/linux/account_scope.h"
@@ -94,11 +93,6 @@ void FakeHost::RemoveUser(const std::string& name) {
   for (Group& group : groups_) std::erase(group.members, name);
 }
 
-void FakeHost::RenameUser(const std::string& name, const std::string& newName) {
-  std::find_if(users_.begin(), users_.end(), HasName(name))->name = newName;
-  for (Group& group : groups_) std::replace(group.members.begin(), group.members.end(), name, newName);
-}
-
 void FakeHost::AddGroup(const std::string& name, unsigned int gid, std::vector<std::string> members) {
   groups_.push_back({name, gid, std::move(members)});
 }
@@ -106,10 +100,6 @@ void FakeHost::AddGroup(const std::string& name, unsigned int gid, std::vector<s
 void FakeHost::SetMembers(const std::string& name, std::vector<std::string> members) {
   std::find_if(groups_.begin(), groups_.end(), HasName(name))->members = std::move(members);
 }
-
-void FakeHost::RemoveGroup(const std::string& name) { std::erase_if(groups_, HasName(name)); }
-
-int FakeHost::Lookups() const { return std::accumulate(calls_ + kUserGet, calls_ + kFunctionCount, 0); }
 
 std::optional<int> FakeHost::Intercept(Function function) {
   ++calls_[function];

@@ -50,12 +50,9 @@ class FakeHost {
   void AddUser(const std::string& name, unsigned int uid);
   /// Also takes the user out of the groups' lists.
   void RemoveUser(const std::string& name);
-  /// In the lists as well; the uid stays.
-  void RenameUser(const std::string& name, const std::string& newName);
 
   void AddGroup(const std::string& name, unsigned int gid, std::vector<std::string> members = {});
   void SetMembers(const std::string& name, std::vector<std::string> members);
-  void RemoveGroup(const std::string& name);
 
   /// Makes every call of a function answer `status`, or only the nth one from now on. A bool function answers false.
   void Fail(Function function, int status) { faults_.push_back({function, status, -1}); }
@@ -65,12 +62,9 @@ class FakeHost {
 
   /// Calls since the test began; what a scope remembers of an earlier call of the function is none.
   int Calls(Function function) const { return calls_[function]; }
-  /// Times that the account source was asked.
-  int Lookups() const;
-
   NIMBO::QUAYPOST_SERVER::Configuration configuration;  ///< with no database it cannot be read
   std::vector<Announcement> announcements;              ///< the accepted ones
-  std::function<void()> onLookup;                       ///< called with each of Lookups(), before the answer
+  std::function<void()> onLookup;                       ///< called with each question to the account source
   std::function<void()> onAnnounce;                     ///< called with each announcement
 
   /// For the functions that it answers. Counts the call; the status that the test wants, or nothing when the call is to

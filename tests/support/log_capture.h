@@ -7,6 +7,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <iostream>
 #include <string>
 #include <vector>
@@ -30,25 +31,19 @@ class LogCapture {
   /// Their texts alone.
   std::vector<std::string> Texts() const {
     std::vector<std::string> texts;
-    for (const std::string& line : lines_) texts.push_back(TextOf(line));
+    for (const std::string& line : lines_) texts.push_back(line.substr(line.find(' ') + 1));
     return texts;
   }
 
   /// Whether a line has exactly this text.
-  bool Has(const std::string& text) const { return !FileOf(text).empty(); }
-
-  /// The file that logged the text first; "" when none did.
-  std::string FileOf(const std::string& text) const {
-    for (const std::string& line : lines_) {
-      if (TextOf(line) == text) return line.substr(0, line.find(':'));
-    }
-    return "";
+  bool Has(const std::string& text) const {
+    const auto texts = Texts();
+    return std::find(texts.begin(), texts.end(), text) != texts.end();
   }
 
   void Clear() { lines_.clear(); }
 
  private:
-  static std::string TextOf(const std::string& line) { return line.substr(line.find(' ') + 1); }
   static void Collect(void* self, const char* line) { static_cast<LogCapture*>(self)->lines_.push_back(line); }
 
   std::vector<std::string> lines_;

