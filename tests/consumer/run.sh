@@ -16,7 +16,7 @@ fi
 export MAILSERVER_CONF=$work/mailserver.conf
 printf '[log]\ntarget=%s\n' "$work/log" > "$MAILSERVER_CONF"
 
-cmake -S "$here" -B "$work/cmake" > "$work/configure.log"
+cmake -G Ninja -S "$here" -B "$work/cmake" > "$work/configure.log"
 cmake --build "$work/cmake" > "$work/build.log"
 "$work/cmake/consumer" "$work/cmake.db"
 

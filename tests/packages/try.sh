@@ -36,7 +36,7 @@ _delegationctl
 is "the completion" "${COMPREPLY[*]}" Helpdesk
 say "timer off, units sound, completion answers"
 
-packages install ./libmailserver-delegation-dev_*.deb cmake g++ make
+packages install ./libmailserver-delegation-dev_*.deb cmake g++ ninja-build
 consumer/run.sh
 say "programs build against them"
 
