@@ -5,7 +5,6 @@
 #include "admin/document.h"
 #include "admin/plan.h"
 #include "api/delegation_api.h"
-#include "platform/mailserver.h"
 #include "platform/nimbsdk.h"
 #include "role/role_db_scope.h"
 #include "role/role_util.h"

@@ -6,7 +6,6 @@
 #include "admin/accounts.h"
 #include "admin/announce.h"
 #include "api/delegation_api.h"
-#include "platform/mailserver.h"
 #include "role/role_db_scope.h"
 #include "storage/delegation_db_handler.h"
 

@@ -1,7 +1,7 @@
 /// The unit of database work that an exported call is: one transaction on one handle, nestable.
 ///
 ///   RoleDBScope scope(handle, RoleDBScope::kWrite);   // BEGIN IMMEDIATE
-///   ... handlers and records work as ever; each batch becomes a savepoint ...
+///   ... handlers and records work as ever; each batch becomes a savepoint, or a part of the step it is in ...
 ///   return scope.Commit();                            // else the destructor rolls back
 ///
 /// While a scope exists its handle is pinned: RoleDBScope::Pinned() gives it to everybody who asks for the current
